@@ -1,0 +1,4 @@
+// The name under which tests look for the fake switch, producer and consumer.
+#pragma once
+
+#include "foreignpeer.hpp"

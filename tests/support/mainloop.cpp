@@ -1,0 +1,32 @@
+#include "mainloop.hpp"
+
+#include <glib.h>
+
+namespace varro2::test {
+
+::testing::AssertionResult iterate_until(const std::function<bool()> &condition,
+                                         std::chrono::milliseconds limit) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  GSource *tick = g_timeout_source_new(5);
+  g_source_set_callback(
+      tick, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr, nullptr);
+  g_source_attach(tick, nullptr);
+  bool holds = condition();
+  while (!holds && std::chrono::steady_clock::now() < deadline) {
+    g_main_context_iteration(nullptr, TRUE);
+    holds = condition();
+  }
+  g_source_destroy(tick);
+  g_source_unref(tick);
+  if (holds)
+    return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure()
+         << "the condition did not hold within " << limit.count() << " ms";
+}
+
+void iterate_pending() {
+  while (g_main_context_iteration(nullptr, FALSE)) {
+  }
+}
+
+} // namespace varro2::test
