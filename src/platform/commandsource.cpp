@@ -1,0 +1,225 @@
+#include "commandsource.hpp"
+
+#include "preconditions.hpp"
+
+#include <chrono>
+#include <utility>
+
+using namespace varro2;
+
+namespace {
+
+CommandSource *ref_source(CommandSource *source) noexcept {
+  source->ref();
+  return source;
+}
+
+void unref_source(CommandSource *source) noexcept {
+  source->unref();
+}
+
+using CommandSourceRef = Counted<CommandSource, ref_source, unref_source>;
+
+void unref_source_data(gpointer data) noexcept {
+  static_cast<CommandSource *>(data)->unref();
+}
+
+// How often a waiting thread looks whether the context was left by its owner. Nothing tells it.
+constexpr std::chrono::milliseconds patience{100};
+
+// Owns the context while commands run outside of its loop.
+class OwnedContext {
+ public:
+  explicit OwnedContext(GMainContext *context) noexcept
+      : context_{g_main_context_acquire(context) ? context : nullptr} {}
+  OwnedContext(const OwnedContext &) = delete;
+  OwnedContext &operator=(const OwnedContext &) = delete;
+  ~OwnedContext() {
+    if (context_)
+      g_main_context_release(context_);
+  }
+  explicit operator bool() const noexcept { return context_ != nullptr; }
+
+ private:
+  GMainContext *context_;
+};
+
+} // namespace
+
+// Only the ready time makes the source fire, and only commands of this source's own look at it.
+GSourceFuncs CommandSource::source_functions = {nullptr, nullptr, CommandSource::dispatch,
+                                                nullptr, nullptr, nullptr};
+
+// Marks that a command runs; made and destroyed with the lock held.
+class CommandSource::Running {
+ public:
+  explicit Running(CommandSource &source) noexcept : source_{source} { source_.is_running_ = true; }
+  Running(const Running &) = delete;
+  Running &operator=(const Running &) = delete;
+  ~Running() {
+    source_.is_running_ = false;
+    source_.wake();
+  }
+
+ private:
+  CommandSource &source_;
+};
+
+CommandSource::CommandSource(GMainContext *context, gpointer user_data)
+    : context_{g_main_context_ref(context ? context : g_main_context_default())},
+      user_data_{user_data}, source_{SourceRef::adopt(
+                                 g_source_new(&source_functions, sizeof(GSource)))} {}
+
+CommandSource::~CommandSource() {
+  g_main_context_unref(context_);
+}
+
+CommandSource *CommandSource::attach(GMainContext *context, gpointer user_data) {
+  auto *created = new CommandSource{context, user_data};
+  created->ref();
+  g_source_set_callback(created->source_.get(), nullptr, created, unref_source_data);
+  g_source_set_name(created->source_.get(), "varro2 commands");
+  g_source_attach(created->source_.get(), created->context_);
+  return created;
+}
+
+// With the lock held. One call a batch: while the loop has not come, or a command runs, those that
+// follow are found anyway.
+void CommandSource::wake() {
+  if (is_awake_ || is_running_ || queue_.empty())
+    return;
+  is_awake_ = true;
+  g_source_set_ready_time(source_.get(), 0);
+}
+
+void CommandSource::run_async(CommandSourceFunction function, gpointer data) {
+  const std::lock_guard lock{mutex_};
+  if (is_closed_)
+    return;
+  queue_.push_back({function, nullptr, data});
+  wake();
+}
+
+gpointer CommandSource::run(CommandSourceQuery query, gpointer data) {
+  const auto alive = CommandSourceRef::share(this);
+  if (const OwnedContext own{context_}; own)
+    return run_here(query, data);
+  return run_there(query, data);
+}
+
+gpointer CommandSource::run_here(CommandSourceQuery query, gpointer data) {
+  std::unique_lock lock{mutex_};
+  if (is_closed_)
+    return nullptr;
+  if (is_running_) {
+    // A part of the running command, which may be what the queued ones rely on having ended.
+    lock.unlock();
+    return query(data, user_data_);
+  }
+  const Running running{*this};
+  run_waiting(lock);
+  if (is_closed_)
+    return nullptr;
+  lock.unlock();
+  const gpointer result = query(data, user_data_);
+  lock.lock();
+  return result;
+}
+
+gpointer CommandSource::run_there(CommandSourceQuery query, gpointer data) {
+  Waiter waiter{query};
+  std::unique_lock lock{mutex_};
+  if (is_closed_)
+    return nullptr;
+  queue_.push_back({nullptr, &waiter, data});
+  wake();
+  while (!waiter.over.wait_for(lock, patience, [&] { return waiter.is_over; })) {
+    // Whoever owned the context may have stopped iterating it.
+    lock.unlock();
+    const OwnedContext own{context_};
+    lock.lock();
+    if (!own)
+      continue;
+    const Running running{*this};
+    run_waiting(lock);
+  }
+  return waiter.result;
+}
+
+// With the lock held. Those that the commands queue come in the next turn.
+void CommandSource::run_waiting(std::unique_lock<std::mutex> &lock) {
+  for (std::size_t count = queue_.size(); count > 0 && !is_closed_; --count)
+    run_one(lock);
+}
+
+void CommandSource::run_one(std::unique_lock<std::mutex> &lock) {
+  const Command command = queue_.front();
+  queue_.pop_front();
+  lock.unlock();
+  if (command.function) {
+    command.function(command.data, user_data_);
+    lock.lock();
+    return;
+  }
+  const gpointer result = command.waiter->query(command.data, user_data_);
+  lock.lock();
+  finish(*command.waiter, result);
+}
+
+// With the lock held, also for the notice: the waiter is gone as soon as its thread sees the end.
+void CommandSource::finish(Waiter &waiter, gpointer result) {
+  waiter.result = result;
+  waiter.is_over = true;
+  waiter.over.notify_one();
+}
+
+void CommandSource::close() {
+  const auto owner = CommandSourceRef::adopt(this);
+  {
+    const std::lock_guard lock{mutex_};
+    is_closed_ = true;
+    for (const Command &command : std::exchange(queue_, {}))
+      if (command.waiter)
+        finish(*command.waiter, nullptr);
+  }
+  // Without the lock: gives the GSource's reference back.
+  g_source_destroy(source_.get());
+}
+
+gboolean CommandSource::dispatch(GSource *, GSourceFunc, gpointer data) noexcept {
+  const auto self = CommandSourceRef::share(static_cast<CommandSource *>(data));
+  std::unique_lock lock{self->mutex_};
+  self->is_awake_ = false;
+  g_source_set_ready_time(self->source_.get(), -1);
+  // A command that was started outside of the loop iterates the context. The loop is told again
+  // when it has ended.
+  if (self->is_running_)
+    return G_SOURCE_CONTINUE;
+  const Running running{*self.get()};
+  self->run_waiting(lock);
+  return G_SOURCE_CONTINUE;
+}
+
+CommandSource *command_source_new_full(GMainContext *context, gpointer user_data, int,
+                                       int) noexcept {
+  return CommandSource::attach(context, user_data);
+}
+
+void command_source_run_async(CommandSource *source, CommandSourceFunction function,
+                              gpointer data) noexcept {
+  VARRO2_EXPECT(source != NULL);
+  VARRO2_EXPECT(function != NULL);
+  source->run_async(function, data);
+}
+
+gpointer command_source_run(CommandSource *source, CommandSourceQuery function,
+                            gpointer data) noexcept {
+  VARRO2_EXPECT(source != NULL, nullptr);
+  VARRO2_EXPECT(function != NULL, nullptr);
+  return source->run(function, data);
+}
+
+void command_source_free(CommandSource *source) noexcept {
+  if (source)
+    source->close();
+}

@@ -1,0 +1,76 @@
+// The queue of one handle and its place in the main loop.
+#pragma once
+
+#include "owning.hpp"
+
+#include <varro2/commandsource.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <mutex>
+
+// Counted, because it must outlive its owner: freed inside a command, or while threads wait in
+// run(). References are held by the owner until close(), by the GSource until it is destroyed, and
+// by whoever is inside a member function. std:: locks and counts, unlike GLib's, are known to the
+// thread sanitizer.
+struct CommandSource final {
+ public:
+  static CommandSource *attach(GMainContext *context, gpointer user_data);
+
+  void run_async(CommandSourceFunction function, gpointer data);
+  gpointer run(CommandSourceQuery query, gpointer data);
+  // Drops what is queued and leaves the main loop; the owner's reference is gone afterwards.
+  void close();
+
+  void ref() noexcept { references_.fetch_add(1, std::memory_order_relaxed); }
+  void unref() noexcept {
+    if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1)
+      delete this;
+  }
+
+ private:
+  // Lives on the stack of the thread that waits; guarded by mutex_.
+  struct Waiter {
+    CommandSourceQuery query;
+    bool is_over = false;
+    gpointer result = nullptr;
+    std::condition_variable over;
+  };
+
+  // Exactly one of function and waiter is set.
+  struct Command {
+    CommandSourceFunction function;
+    Waiter *waiter;
+    gpointer data;
+  };
+
+  class Running;
+
+  CommandSource(GMainContext *context, gpointer user_data);
+  ~CommandSource();
+
+  static gboolean dispatch(GSource *source, GSourceFunc callback, gpointer data) noexcept;
+  static GSourceFuncs source_functions;
+
+  void wake();
+  void run_waiting(std::unique_lock<std::mutex> &lock);
+  void run_one(std::unique_lock<std::mutex> &lock);
+  gpointer run_here(CommandSourceQuery query, gpointer data);
+  gpointer run_there(CommandSourceQuery query, gpointer data);
+  static void finish(Waiter &waiter, gpointer result);
+
+  std::atomic<int> references_{1};
+  GMainContext *const context_;
+  const gpointer user_data_;
+  varro2::SourceRef source_;
+
+  std::mutex mutex_; // guards what follows
+  std::deque<Command> queue_;
+  bool is_closed_ = false;
+  // A command runs, on the thread that owns the context. No other may start meanwhile, not even
+  // when that command iterates the context.
+  bool is_running_ = false;
+  bool is_awake_ = false; // the main loop has been told and has not come yet
+};
