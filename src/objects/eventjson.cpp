@@ -59,8 +59,11 @@ std::string topic_path(const Inspectable &keys, const JsonOptions &options) {
   return path;
 }
 
-// Milliseconds since 1970, UTC.
-gint64 to_milliseconds(GDateTime *timestamp) {
+// Milliseconds since 1970, UTC; 0 for none.
+gint64 to_milliseconds(const varro2::DateTimeRef &time) {
+  GDateTime *timestamp = time.get();
+  if (!timestamp)
+    return 0;
   return g_date_time_to_unix(timestamp) * 1000 + g_date_time_get_microsecond(timestamp) / 1000;
 }
 
@@ -127,9 +130,13 @@ char *tamlo_document(const Event &event, const JsonOptions &options) {
 
 // ---- ONVIF
 
-JsonRef utc_time(GDateTime *timestamp) {
+JsonRef utc_time(const varro2::DateTimeRef &time) {
+  if (!time)
+    return {};
   // The producer may have set a time of any zone.
-  const auto utc = varro2::DateTimeRef::adopt(g_date_time_to_utc(timestamp));
+  const auto utc = varro2::DateTimeRef::adopt(g_date_time_to_utc(time.get()));
+  if (!utc)
+    return {};
   const varro2::OwnedText text{g_date_time_format_iso8601(utc.get())};
   return json_text(text.get());
 }
