@@ -206,7 +206,7 @@ VARRO2_API Event *event_deserialize_internal(const GByteArray *array,
 VARRO2_API void event_print(const Event *event) VARRO2_NOEXCEPT;
 
 /**
- * Renders the event in the format that the options name.
+ * Renders the event in the format that the options name; options may be NULL for the default ones.
  *
  * @return the document, newly allocated, released with free(); NULL when it cannot be rendered.
  */
