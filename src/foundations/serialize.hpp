@@ -15,59 +15,53 @@
 namespace varro2 {
 
 class SizeSink {
-public:
+ public:
   void u8(guint32) noexcept { size_ += 1; }
   void u16(guint32) noexcept { size_ += 2; }
   void u32(guint32) noexcept { size_ += 4; }
   void pointer(gconstpointer) noexcept { size_ += 8; }
   void blob(gconstpointer, std::size_t length) noexcept { size_ += length; }
   void text(std::string_view value) noexcept { size_ += 2 + value.size(); }
-  void text(const char *string) noexcept
-  {
+  void text(const char *string) noexcept {
     VARRO2_ASSERT_AS("serialize_string", "string != NULL", string != nullptr);
     text(std::string_view{string});
   }
   std::size_t size() const noexcept { return size_; }
 
-private:
+ private:
   std::size_t size_ = 0;
 };
 
 // Fills memory that is large enough: its size was counted before.
 class ArraySink {
-public:
+ public:
   explicit ArraySink(guint8 *at) noexcept : at_{at} {}
 
   void u8(guint32 value) noexcept { *at_++ = static_cast<guint8>(value); }
   void u16(guint32 value) noexcept { put(static_cast<guint16>(value)); }
   void u32(guint32 value) noexcept { put(value); }
-  void pointer(gconstpointer value) noexcept
-  {
+  void pointer(gconstpointer value) noexcept {
     put(static_cast<guint64>(reinterpret_cast<guintptr>(value)));
   }
-  void blob(gconstpointer data, std::size_t length) noexcept
-  {
+  void blob(gconstpointer data, std::size_t length) noexcept {
     if (length != 0)
       std::memcpy(at_, data, length);
     at_ += length;
   }
   // Only the low 16 bits of the length are kept, before all the bytes.
-  void text(std::string_view value) noexcept
-  {
+  void text(std::string_view value) noexcept {
     u16(static_cast<guint32>(value.size()));
     blob(value.data(), value.size());
   }
-  void text(const char *string) noexcept
-  {
+  void text(const char *string) noexcept {
     VARRO2_ASSERT_AS("serialize_string", "string != NULL", string != nullptr);
     text(std::string_view{string});
   }
   guint8 *position() const noexcept { return at_; }
 
-private:
+ private:
   template <typename T>
-  void put(T value) noexcept
-  {
+  void put(T value) noexcept {
     std::memcpy(at_, &value, sizeof value);
     at_ += sizeof value;
   }
@@ -76,8 +70,7 @@ private:
 };
 
 template <typename T>
-std::size_t record_size(const T &object)
-{
+std::size_t record_size(const T &object) {
   SizeSink sink;
   object.write(sink);
   return sink.size();
@@ -85,8 +78,7 @@ std::size_t record_size(const T &object)
 
 // Grows the array once, by exactly the size of the record.
 template <typename T>
-void append_record(GByteArray *array, const T &object)
-{
+void append_record(GByteArray *array, const T &object) {
   const guint old_length = array->len;
   g_byte_array_set_size(array, old_length + static_cast<guint>(record_size(object)));
   ArraySink sink{array->data + old_length};
@@ -95,8 +87,7 @@ void append_record(GByteArray *array, const T &object)
 
 // A new array that holds the record and nothing else.
 template <typename T>
-BytesRef new_record(const T &object)
-{
+BytesRef new_record(const T &object) {
   const auto size = static_cast<guint>(record_size(object));
   auto array = BytesRef::adopt(g_byte_array_sized_new(size));
   g_byte_array_set_size(array.get(), size);
@@ -107,16 +98,12 @@ BytesRef new_record(const T &object)
 
 // Reads at a running index that belongs to the caller. Every step past the end aborts.
 class Reader {
-public:
+ public:
   Reader(const GByteArray *array, guint32 *indx) noexcept
-      : data_{array->data}, length_{array->len}, index_{indx}
-  {
-  }
+      : data_{array->data}, length_{array->len}, index_{indx} {}
   // A view of other memory, for a record embedded in another.
   Reader(const guint8 *data, guint32 length, guint32 *indx) noexcept
-      : data_{data}, length_{length}, index_{indx}
-  {
-  }
+      : data_{data}, length_{length}, index_{indx} {}
 
   guint8 u8() noexcept { return get<guint8>(); }
   guint16 u16() noexcept { return get<guint16>(); }
@@ -124,34 +111,29 @@ public:
   gpointer pointer() noexcept { return reinterpret_cast<gpointer>(get<guint64>()); }
 
   // Lent from the record: not NUL-terminated.
-  std::string_view text() noexcept
-  {
+  std::string_view text() noexcept {
     const guint32 length = u16();
     VARRO2_ASSERT_AS("deserialize_string", "array->len >= *indx + length", fits(length));
     return {reinterpret_cast<const char *>(take(length)), length};
   }
-  const guint8 *blob(guint32 length) noexcept
-  {
+  const guint8 *blob(guint32 length) noexcept {
     require_size(length);
     return take(length);
   }
   guint32 remaining() const noexcept { return *index_ < length_ ? length_ - *index_ : 0; }
 
-private:
+ private:
   bool fits(guint32 size) const noexcept { return length_ >= guint64{*index_} + size; }
-  void require_size(guint32 size) const noexcept
-  {
+  void require_size(guint32 size) const noexcept {
     VARRO2_ASSERT_AS("deserialize_size", "array->len >= *indx + size", fits(size));
   }
-  const guint8 *take(guint32 size) noexcept
-  {
+  const guint8 *take(guint32 size) noexcept {
     const guint8 *at = data_ + *index_;
     *index_ += size;
     return at;
   }
   template <typename T>
-  T get() noexcept
-  {
+  T get() noexcept {
     require_size(sizeof(T));
     T value;
     std::memcpy(&value, take(sizeof(T)), sizeof value);

@@ -1,0 +1,226 @@
+#include "inspectable.hpp"
+
+#include "quarks.hpp"
+
+#include <new>
+
+using varro2::AndList;
+using varro2::Arena;
+using varro2::Bucket;
+using varro2::Pair;
+using varro2::PairFields;
+using varro2::Reader;
+
+Inspectable::Inspectable(guint32 of_type) : type{of_type} {
+  add_and_list();
+}
+
+Inspectable::Inspectable(const Inspectable &source, guint32 new_type)
+    : type{new_type}, internal{source.internal} {
+  arena_.reserve(source.storage_size());
+  and_lists_.reserve(arena_, source.and_lists_.size());
+  for (const AndList &and_list : source.and_lists_)
+    copy_pairs(add_and_list(), and_list);
+  for (const GList *tag = source.tags_; tag != nullptr; tag = tag->next)
+    add_tag(static_cast<const char *>(tag->data));
+}
+
+Inspectable::Inspectable(Inspectable &&other) noexcept : Inspectable{other.type, WithoutAndList{}} {
+  *this = std::move(other);
+}
+
+Inspectable &Inspectable::operator=(Inspectable &&other) noexcept {
+  std::swap(type, other.type);
+  std::swap(internal, other.internal);
+  std::swap(arena_, other.arena_);
+  std::swap(and_lists_, other.and_lists_);
+  std::swap(tags_, other.tags_);
+  std::swap(last_tag_, other.last_tag_);
+  std::swap(positions_hidden_, other.positions_hidden_);
+  return *this;
+}
+
+void Inspectable::destroy_pairs() noexcept {
+  const auto destroy = [](const varro2::Bucket *bucket, const varro2::Bucket *end) {
+    for (; bucket != end; ++bucket)
+      for (Pair *pair = bucket->first; pair != nullptr;)
+        std::exchange(pair, pair->next)->~Pair();
+  };
+  for (const AndList &and_list : and_lists_) {
+    destroy(and_list.keys.begin(), and_list.keys.end());
+    destroy(and_list.wildcards.begin(), and_list.wildcards.end());
+  }
+}
+
+AndList &Inspectable::add_and_list() {
+  return and_lists_.push_back(arena_, AndList{});
+}
+
+Pair *Inspectable::store(const PairFields &fields) {
+  return new (arena_.allocate<Pair>()) Pair{fields, arena_};
+}
+
+void Inspectable::add(const PairFields &fields, const GList *tags) {
+  AndList &and_list = current();
+  Pair *pair = nullptr;
+  if (type == IT_EVENT_DECLARATION && !fields.key_wildcard)
+    if (const Bucket *bucket = and_list.keys.find(fields.key)) {
+      // The later declaration of a key wins; its place and its memory stay.
+      pair = bucket->first;
+      pair->restart(fields);
+    }
+  if (pair == nullptr) {
+    pair = store(fields);
+    and_list.add(arena_, pair);
+  }
+  for (; tags != nullptr; tags = tags->next)
+    if (!varro2::has_tag(pair->tags, static_cast<const char *>(tags->data)))
+      pair->append_tag(varro2::view_of(static_cast<const char *>(tags->data)), arena_);
+  positions_hidden_ = false;
+}
+
+void Inspectable::add_tag(std::string_view tag) {
+  auto *node = arena_.allocate<GList>();
+  *node = {arena_.text(tag, tag.size() + 1), nullptr, last_tag_};
+  (last_tag_ != nullptr ? last_tag_->next : tags_) = node;
+  last_tag_ = node;
+}
+
+const AndList &Inspectable::current() const noexcept {
+  VARRO2_ASSERT_AS("inspectable_get_current", "and_list != NULL", !and_lists_.empty());
+  return and_lists_.back();
+}
+
+AndList &Inspectable::current() noexcept {
+  return const_cast<AndList &>(std::as_const(*this).current());
+}
+
+const Pair *Inspectable::find(const char *key) const noexcept {
+  const GQuark quark = varro2::find_interned(key);
+  const Bucket *bucket = quark != 0 ? current().keys.find(quark) : nullptr;
+  return bucket != nullptr ? bucket->first : nullptr;
+}
+
+Pair *Inspectable::find(const char *key) noexcept {
+  return const_cast<Pair *>(std::as_const(*this).find(key));
+}
+
+guint32 Inspectable::key_count() const noexcept {
+  return positions_hidden_ ? 0 : current().keys.size();
+}
+
+const Pair *Inspectable::at(guint32 position) const noexcept {
+  return position < key_count() ? current().keys[position].first : nullptr;
+}
+
+guint32 Inspectable::position_of(const char *key) const noexcept {
+  const GQuark quark = varro2::find_interned(key);
+  const Bucket *bucket = quark != 0 && !positions_hidden_ ? current().keys.find(quark) : nullptr;
+  return bucket != nullptr ? current().keys.position_of(*bucket) : INSPECTABLE_NO_INDEX;
+}
+
+std::size_t Inspectable::storage_size() const noexcept {
+  std::size_t size = and_lists_.size() * sizeof(AndList);
+  for (const AndList &and_list : and_lists_) {
+    size += (and_list.keys.size() + and_list.wildcards.size()) * sizeof(Bucket);
+    varro2::for_each_pair(and_list,
+                          [&size](const Pair &pair) { size += Pair::storage_size(pair); });
+  }
+  for (const GList *tag = tags_; tag != nullptr; tag = tag->next)
+    size += sizeof(GList) + Arena::padded(std::strlen(static_cast<const char *>(tag->data)) + 1);
+  return size;
+}
+
+void Inspectable::copy_pairs(AndList &to, const AndList &from) {
+  const auto copy = [this](auto &table, const auto &source) {
+    table.reserve(arena_, source.size());
+    for (const Bucket &bucket : source) {
+      Bucket copied{bucket.key, 0, nullptr, nullptr};
+      for (const Pair *pair = bucket.first; pair != nullptr; pair = pair->next) {
+        Pair *added = store(PairFields::of(*pair));
+        for (const GList *tag = pair->tags; tag != nullptr; tag = tag->next)
+          if (const auto *text = static_cast<const char *>(tag->data);
+              !varro2::has_tag(added->tags, text))
+            added->append_tag(varro2::view_of(text), arena_);
+        (copied.last != nullptr ? copied.last->next : copied.first) = added;
+        copied.last = added;
+        ++copied.size;
+      }
+      table.insert(arena_, copied);
+    }
+  };
+  copy(to.keys, from.keys);
+  copy(to.wildcards, from.wildcards);
+}
+
+// ---- Reading a record ----
+
+namespace {
+
+// What a pair takes in a record at the least, and what its texts usually take in memory.
+constexpr guint32 smallest_record_of_bucket = 24;
+constexpr guint32 usual_texts_of_pair = 40;
+
+} // namespace
+
+Bucket Inspectable::read_bucket(Reader &reader) {
+  const guint8 record = reader.u8();
+  const guint16 count = reader.u16();
+  VARRO2_ASSERT_AS("bucket_deserialize", "type == SERIALIZE_ID_BUCKET",
+                   record == SERIALIZE_ID_BUCKET);
+  VARRO2_ASSERT_AS("bucket_deserialize", "bucket->key_value_list != NULL", count != 0);
+  Bucket bucket{0, count, nullptr, nullptr};
+  for (guint16 read = 0; read < count; ++read) {
+    Pair *pair = store(varro2::read_pair_fields(reader));
+    for (guint16 tags = reader.u16(); tags > 0; --tags)
+      pair->append_tag(reader.text(), arena_);
+    if (bucket.first == nullptr) {
+      bucket.key = pair->key;
+      bucket.first = pair;
+    } else {
+      VARRO2_ASSERT_AS("bucket_add_key_value", "bucket->key == key_value->key",
+                       bucket.key == pair->key);
+      bucket.last->next = pair;
+    }
+    bucket.last = pair;
+  }
+  return bucket;
+}
+
+void Inspectable::read_and_list(Reader &reader) {
+  const guint8 record = reader.u8();
+  VARRO2_ASSERT_AS("and_list_deserialize", "type == SERIALIZE_ID_ANDLIST",
+                   record == SERIALIZE_ID_ANDLIST);
+  const auto read_table = [&](auto &table) {
+    const guint16 count = reader.u16();
+    // A broken count must not make us take more than the record can fill.
+    const guint32 expected =
+        std::min<guint32>(count, reader.remaining() / smallest_record_of_bucket);
+    arena_.reserve(expected * (sizeof(Bucket) + sizeof(Pair) + usual_texts_of_pair));
+    table.reserve(arena_, expected);
+    for (guint16 read = 0; read < count; ++read)
+      table.put(arena_, read_bucket(reader));
+  };
+  AndList and_list;
+  read_table(and_list.keys);
+  read_table(and_list.wildcards);
+  and_lists_.push_back(arena_, and_list);
+}
+
+Inspectable Inspectable::read(Reader &reader) {
+  static constexpr const char *function = "inspectable_deserialize_internal";
+  const guint8 record = reader.u8();
+  const guint16 and_list_count = reader.u16();
+  VARRO2_ASSERT_AS(function, "type == SERIALIZE_ID_INSPECTABLE",
+                   record == SERIALIZE_ID_INSPECTABLE);
+  const guint8 type_read = reader.u8();
+  VARRO2_ASSERT_AS(function, "inspect_type <= IT_PROPERTY_STATE", varro2::is_valid_type(type_read));
+  Inspectable inspect{type_read, WithoutAndList{}};
+  inspect.internal = reader.u8();
+  inspect.positions_hidden_ = type_read == IT_EVENT_DECLARATION;
+  for (guint16 read = 0; read < and_list_count; ++read)
+    inspect.read_and_list(reader);
+  for (guint16 tags = reader.u16(); tags > 0; --tags)
+    inspect.add_tag(reader.text());
+  return inspect;
+}

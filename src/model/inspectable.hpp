@@ -1,0 +1,134 @@
+// The container behind every object of the event model.
+//
+// Everything that it holds lies in its arena: and-lists, buckets, pairs, texts and tags. A copy and
+// a read-back know how much they need and take it as one block.
+#pragma once
+
+#include "buckets.hpp"
+#include "serialize.hpp"
+
+#include <varro2/inspectable.h>
+
+namespace varro2 {
+
+// The record of one pair, also of one outside a container.
+template <class Sink>
+void write_pair(const KeyValue &pair, Sink &sink);
+
+// The same read back, up to its tags, which follow: a count of 16 bits and the texts.
+PairFields read_pair_fields(Reader &reader);
+
+// One element "tag" for each tag.
+void add_tag_elements(XmlNode *node, const GList *tags);
+
+inline bool is_valid_type(guint32 type) noexcept {
+  return type <= IT_PROPERTY_STATE;
+}
+
+} // namespace varro2
+
+struct Inspectable final {
+  // With one empty and-list.
+  explicit Inspectable(guint32 type);
+  Inspectable(const Inspectable &source, guint32 new_type);
+  Inspectable(const Inspectable &source) : Inspectable{source, source.type} {}
+  Inspectable(Inspectable &&other) noexcept;
+  Inspectable &operator=(Inspectable &&other) noexcept;
+  ~Inspectable() { destroy_pairs(); }
+
+  template <class Sink>
+  void write(Sink &sink) const;
+  static Inspectable read(varro2::Reader &reader);
+
+  // The new and-list becomes the current one.
+  varro2::AndList &add_and_list();
+  // A copy of the pair joins the current and-list by the rules of the container's type.
+  void add(const varro2::PairFields &fields, const GList *tags = nullptr);
+  void add_tag(std::string_view tag);
+
+  // The current and-list; there is none only in a container read from a record without any.
+  const varro2::AndList &current() const noexcept;
+  varro2::AndList &current() noexcept;
+  // The first pair of the key in the current and-list, or null.
+  const varro2::Pair *find(const char *key) const noexcept;
+  varro2::Pair *find(const char *key) noexcept;
+  // How many keys the positional accessors see, and the pair at a position or null.
+  guint32 key_count() const noexcept;
+  const varro2::Pair *at(guint32 position) const noexcept;
+  guint32 position_of(const char *key) const noexcept;
+
+  const varro2::ArenaVector<varro2::AndList> &and_lists() const noexcept { return and_lists_; }
+  const GList *tags() const noexcept { return tags_; }
+
+  guint32 type;
+  gboolean internal = FALSE;
+
+ private:
+  struct WithoutAndList {};
+  Inspectable(guint32 of_type, WithoutAndList) noexcept : type{of_type} {}
+
+  std::size_t storage_size() const noexcept;
+  void copy_pairs(varro2::AndList &to, const varro2::AndList &from);
+  varro2::Pair *store(const varro2::PairFields &fields);
+  varro2::Bucket read_bucket(varro2::Reader &reader);
+  void read_and_list(varro2::Reader &reader);
+  void destroy_pairs() noexcept;
+
+  varro2::Arena arena_;
+  varro2::ArenaVector<varro2::AndList> and_lists_;
+  GList *tags_ = nullptr; // the object's own, in the arena
+  GList *last_tag_ = nullptr;
+  // A declaration read from its record answers positional questions as if it had no keys until one
+  // is added.
+  bool positions_hidden_ = false;
+};
+
+namespace varro2 {
+
+template <class Sink>
+void write_pair(const KeyValue &pair, Sink &sink) {
+  sink.u8(SERIALIZE_ID_KEYVALUE);
+  sink.text(g_quark_to_string(pair.key));
+  sink.u8(static_cast<guint32>(pair.key_wildcard));
+  sink.text(pair.name_space);
+  sink.text(pair.key_nice_name);
+  sink.text(pair.value);
+  sink.u8(static_cast<guint32>(pair.value_wildcard));
+  sink.text(pair.value_nice_name);
+  sink.text(pair.value_user_string);
+  sink.text(pair.complex_type_name);
+  sink.u8(static_cast<guint32>(pair.negated));
+  sink.u8(pair.value_type);
+  sink.u16(g_list_length(pair.tags));
+  for (const GList *tag = pair.tags; tag != nullptr; tag = tag->next)
+    sink.text(static_cast<const char *>(tag->data));
+}
+
+template <class Table, class Sink>
+void write_buckets(const Table &table, Sink &sink) {
+  sink.u16(table.size());
+  for (const Bucket &bucket : table) {
+    sink.u8(SERIALIZE_ID_BUCKET);
+    sink.u16(bucket.size);
+    for (const Pair *pair = bucket.first; pair != nullptr; pair = pair->next)
+      write_pair(*pair, sink);
+  }
+}
+
+} // namespace varro2
+
+template <class Sink>
+void Inspectable::write(Sink &sink) const {
+  sink.u8(SERIALIZE_ID_INSPECTABLE);
+  sink.u16(and_lists_.size());
+  sink.u8(type);
+  sink.u8(static_cast<guint32>(internal));
+  for (const varro2::AndList &and_list : and_lists_) {
+    sink.u8(SERIALIZE_ID_ANDLIST);
+    varro2::write_buckets(and_list.keys, sink);
+    varro2::write_buckets(and_list.wildcards, sink);
+  }
+  sink.u16(g_list_length(const_cast<GList *>(tags_)));
+  for (const GList *tag = tags_; tag != nullptr; tag = tag->next)
+    sink.text(static_cast<const char *>(tag->data));
+}

@@ -1,0 +1,257 @@
+#include "inspectable.hpp"
+#include "log.hpp"
+#include "quarks.hpp"
+
+#include <varro2/eventutils.h>
+
+#include <string>
+
+using varro2::Pair;
+using varro2::PairFields;
+
+namespace {
+
+constexpr const char *element_name = "keyvalue";
+
+struct PairRecord {
+  const KeyValue &pair;
+  template <class Sink>
+  void write(Sink &sink) const {
+    varro2::write_pair(pair, sink);
+  }
+};
+
+bool texts_equal(const char *text1, const char *text2) noexcept {
+  return std::strcmp(varro2::text_or_empty(text1), varro2::text_or_empty(text2)) == 0;
+}
+
+char *copy_unless_empty(const char *text) {
+  return varro2::is_empty(text) ? nullptr : g_strdup(text);
+}
+
+} // namespace
+
+PairFields varro2::read_pair_fields(Reader &reader) {
+  static constexpr const char *function = "key_value_deserialize";
+  const guint8 record = reader.u8();
+  VARRO2_ASSERT_AS(function, "type == SERIALIZE_ID_KEYVALUE", record == SERIALIZE_ID_KEYVALUE);
+  const std::string_view key = reader.text();
+  const gboolean key_wildcard = reader.u8();
+  const std::string_view name_space = reader.text();
+  const std::string_view key_nice_name = reader.text();
+  const std::string_view value = reader.text();
+  const gboolean value_wildcard = reader.u8();
+  const std::string_view value_nice_name = reader.text();
+  const std::string_view value_user_string = reader.text();
+  const std::string_view complex_type_name = reader.text();
+  const gboolean negated = reader.u8();
+  auto fields = make_fields(key, true, key_wildcard, value, value_wildcard, negated);
+  VARRO2_ASSERT_AS(function, "key_value != NULL", fields.has_value());
+  fields->texts[text_name_space] = name_space;
+  fields->texts[text_key_nice_name] = key_nice_name;
+  fields->texts[text_value_nice_name] = value_nice_name;
+  fields->texts[text_value_user_string] = value_user_string;
+  fields->texts[text_complex_type_name] = complex_type_name;
+  fields->value_type = reader.u8();
+  return *fields;
+}
+
+KeyValue *key_value_new(const char *key, gboolean key_wildcard, const char *name_space,
+                        const char *key_nice_name, const char *value, gboolean value_wildcard,
+                        const char *value_nice_name, const char *value_user_string,
+                        const char *complex_type_name, gboolean negated) noexcept {
+  auto fields = varro2::make_fields(varro2::view_of(key), key != nullptr, key_wildcard,
+                                    varro2::view_of(value), value_wildcard, negated);
+  if (!fields)
+    return nullptr;
+  fields->texts[varro2::text_name_space] = varro2::view_of(name_space);
+  fields->texts[varro2::text_key_nice_name] = varro2::view_of(key_nice_name);
+  fields->texts[varro2::text_value_nice_name] = varro2::view_of(value_nice_name);
+  fields->texts[varro2::text_value_user_string] = varro2::view_of(value_user_string);
+  fields->texts[varro2::text_complex_type_name] = varro2::view_of(complex_type_name);
+  return new Pair{*fields};
+}
+
+void key_value_free(KeyValue *key_value) noexcept {
+  delete static_cast<Pair *>(key_value);
+}
+
+KeyValue *key_value_copy(const KeyValue *key_value) noexcept {
+  VARRO2_ASSERT(key_value != NULL);
+  auto *copy = new Pair{PairFields::of(*key_value)};
+  for (const GList *tag = key_value->tags; tag != nullptr; tag = tag->next)
+    varro2::add_tag_once(*copy, static_cast<const char *>(tag->data));
+  return copy;
+}
+
+void key_value_add_tag(KeyValue *key_value, const char *tag) noexcept {
+  VARRO2_ASSERT(key_value != NULL);
+  varro2::add_tag_once(*key_value, tag);
+}
+
+void key_value_give_tag(KeyValue *key_value, char *tag) noexcept {
+  VARRO2_ASSERT(key_value != NULL);
+  key_value->tags = g_list_append(key_value->tags, tag);
+}
+
+gboolean key_value_is_equal(const KeyValue *key_value1, const KeyValue *key_value2) noexcept {
+  VARRO2_ASSERT(key_value1 != NULL);
+  VARRO2_ASSERT(key_value2 != NULL);
+  const KeyValue &a = *key_value1;
+  const KeyValue &b = *key_value2;
+  return a.key == b.key && a.value_type == b.value_type &&
+         texts_equal(a.name_space, b.name_space) && a.key_wildcard == b.key_wildcard &&
+         a.value_wildcard == b.value_wildcard && a.negated == b.negated &&
+         texts_equal(a.value, b.value) && event_utils_tag_list_is_equal(a.tags, b.tags) &&
+         texts_equal(a.key_nice_name, b.key_nice_name) &&
+         texts_equal(a.value_nice_name, b.value_nice_name) &&
+         texts_equal(a.value_user_string, b.value_user_string) &&
+         texts_equal(a.complex_type_name, b.complex_type_name);
+}
+
+// The names of the arguments are those that the assertion reports.
+void key_value_is_contained(const KeyValue *key_value_container,
+                            const KeyValue *key_value_containee, guint32 *fail,
+                            guint32 *matched) noexcept {
+  if (key_value_container == nullptr) {
+    if (!key_value_containee->negated)
+      *fail = TRUE;
+    return;
+  }
+  VARRO2_ASSERT(key_value_container->key_wildcard == FALSE &&
+                key_value_containee->key_wildcard == FALSE);
+  const KeyValue &container = *key_value_container;
+  const KeyValue &containee = *key_value_containee;
+  if (!varro2::is_empty(containee.name_space) &&
+      !texts_equal(containee.name_space, container.name_space)) {
+    *fail = TRUE;
+    return;
+  }
+  const bool container_negated = container.negated != FALSE;
+  const bool containee_negated = containee.negated != FALSE;
+  if (container_negated && containee_negated)
+    return;
+  if (!container_negated && !containee_negated) {
+    const bool fits = container.value_wildcard || containee.value_wildcard ||
+                      std::strcmp(container.value, containee.value) == 0;
+    *(fits ? matched : fail) = TRUE;
+    return;
+  }
+  const KeyValue &negative = container_negated ? container : containee;
+  const KeyValue &positive = container_negated ? containee : container;
+  if (negative.value_wildcard ||
+      (!positive.value_wildcard && std::strcmp(negative.value, positive.value) == 0))
+    *fail = TRUE;
+}
+
+void key_value_serialize(const KeyValue *key_value, GByteArray *array) noexcept {
+  VARRO2_ASSERT(key_value != NULL);
+  VARRO2_ASSERT(array != NULL);
+  varro2::append_record(array, PairRecord{*key_value});
+}
+
+KeyValue *key_value_deserialize(const GByteArray *array, guint32 *indx) noexcept {
+  VARRO2_ASSERT(array != NULL);
+  VARRO2_ASSERT(indx != NULL);
+  varro2::Reader reader{array, indx};
+  auto *pair = new Pair{varro2::read_pair_fields(reader)};
+  for (guint16 tags = reader.u16(); tags > 0; --tags)
+    key_value_give_tag(pair, deserialize_string(array, indx));
+  return pair;
+}
+
+XmlNode *key_value_serialize_xml(const KeyValue *key_value) noexcept {
+  VARRO2_ASSERT(key_value != NULL);
+  XmlNode *node = xmlnode_create_node();
+  node->name = g_strdup(element_name);
+  xml_set_attribute(node, "key", g_quark_to_string(key_value->key));
+  xml_set_attribute(node, "name-space", key_value->name_space);
+  xml_set_attribute(node, "complex-type-name", key_value->complex_type_name);
+  xml_set_attribute(node, "key-nice-name", key_value->key_nice_name);
+  xml_set_boolean(node, "key-wildcard", key_value->key_wildcard);
+  xml_set_attribute(node, "value", key_value->value);
+  xml_set_attribute(node, "value-nice-name", key_value->value_nice_name);
+  xml_set_attribute(node, "value-user-string", key_value->value_user_string);
+  xml_set_boolean(node, "value-wildcard", key_value->value_wildcard);
+  xml_set_boolean(node, "not", key_value->negated);
+  xml_set_value_type(node, "value-type", key_value->value_type);
+  varro2::add_tag_elements(node, key_value->tags);
+  return node;
+}
+
+KeyValue *key_value_deserialize_xml(const XmlNode *node) noexcept {
+  VARRO2_ASSERT(node != NULL);
+  if (g_strcmp0(node->name, element_name) != 0) {
+    VARRO2_WARNING("%sExpected xml tag '%s' but got '%s'", element_name,
+                   varro2::text_or_empty(node->name));
+    return nullptr;
+  }
+  KeyValue *pair = key_value_new(
+      xml_get_attribute(node, "key"), xml_get_boolean(node, "key-wildcard"),
+      xml_get_attribute(node, "name-space"), xml_get_attribute(node, "key-nice-name"),
+      xml_get_attribute(node, "value"), xml_get_boolean(node, "value-wildcard"),
+      xml_get_attribute(node, "value-nice-name"), xml_get_attribute(node, "value-user-string"),
+      xml_get_attribute(node, "complex-type-name"), xml_get_boolean(node, "not"));
+  if (pair == nullptr)
+    return nullptr;
+  pair->value_type = xml_get_value_type(node, "value-type");
+  for (const GList *child = node->children; child != nullptr; child = child->next) {
+    const auto *element = static_cast<const XmlNode *>(child->data);
+    if (g_strcmp0(element->name, "tag") == 0)
+      varro2::add_tag_once(*pair, xml_get_attribute(element, "tag"));
+  }
+  return pair;
+}
+
+KeyValueRaw *key_value_get_raw(const KeyValue *key_value) noexcept {
+  VARRO2_ASSERT(key_value != NULL);
+  auto *raw = g_new0(KeyValueRaw, 1);
+  if (!key_value->key_wildcard)
+    raw->key = g_strdup(g_quark_to_string(key_value->key));
+  if (!key_value->value_wildcard)
+    raw->value = g_strdup(key_value->value);
+  raw->name_space = copy_unless_empty(key_value->name_space);
+  raw->complex_type_name = copy_unless_empty(key_value->complex_type_name);
+  raw->negated = key_value->negated;
+  raw->tags = varro2::copy_tags_reversed(key_value->tags);
+  return raw;
+}
+
+void key_value_free_raw(KeyValueRaw *raw) noexcept {
+  if (raw == nullptr)
+    return;
+  g_free(raw->key);
+  g_free(raw->value);
+  g_free(raw->name_space);
+  g_free(raw->complex_type_name);
+  varro2::free_string_list(raw->tags);
+  g_free(raw);
+}
+
+void key_value_print(const KeyValue *key_value) noexcept {
+  VARRO2_ASSERT(key_value != NULL);
+  std::string line = "[";
+  const auto add = [&line](const char *before, const char *text, const char *after) {
+    if (!varro2::is_empty(text))
+      line.append(before).append(text).append(after);
+  };
+  if (key_value->key_wildcard) {
+    line += "*";
+  } else {
+    add("", key_value->name_space, ":");
+    line += g_quark_to_string(key_value->key);
+  }
+  line += " ";
+  add("(", key_value->key_nice_name, ") ");
+  add("{", key_value->complex_type_name, "} ");
+  line += key_value->negated ? "!= '" : "= '";
+  line += key_value->value_wildcard ? "*" : key_value->value;
+  line += "'";
+  add(" (", key_value->value_nice_name, ")");
+  line += "]";
+  for (const GList *tag = key_value->tags; tag != nullptr; tag = tag->next)
+    line.append(" {")
+        .append(varro2::text_or_empty(static_cast<const char *>(tag->data)))
+        .append("}");
+  g_log(nullptr, G_LOG_LEVEL_MESSAGE, "%s", line.c_str());
+}

@@ -1,0 +1,104 @@
+// A pair as it is stored: the public record, then what its memory needs.
+//
+// A container puts its pairs and their texts into its arena; a text that outgrows its place there,
+// and everything of a pair on its own, comes from GLib's allocator and belongs to the pair.
+#pragma once
+
+#include "arena.hpp"
+
+#include <varro2/keyvalue.h>
+
+#include <array>
+#include <optional>
+#include <string_view>
+
+namespace varro2 {
+
+// Position of each text in PairFields and in the mask of own texts.
+enum Text : unsigned {
+  text_value,
+  text_value_user_string,
+  text_key_nice_name,
+  text_value_nice_name,
+  text_name_space,
+  text_complex_type_name,
+  text_count
+};
+
+inline constexpr std::array<char * KeyValue::*, text_count> text_members{
+    &KeyValue::value,           &KeyValue::value_user_string, &KeyValue::key_nice_name,
+    &KeyValue::value_nice_name, &KeyValue::name_space,        &KeyValue::complex_type_name};
+
+// What a new pair is made of, all borrowed. A text without data is NULL.
+struct PairFields {
+  GQuark key = 0;
+  std::array<std::string_view, text_count> texts;
+  guint32 value_type = 0;
+  gboolean value_settable = FALSE;
+  gboolean key_wildcard = FALSE;
+  gboolean value_wildcard = FALSE;
+  gboolean negated = FALSE;
+
+  static PairFields of(const KeyValue &pair) noexcept;
+};
+
+inline std::string_view view_of(const char *text) noexcept {
+  return text != nullptr ? std::string_view{text} : std::string_view{};
+}
+
+// A text of a pair may be NULL, and then counts as empty.
+inline const char *text_or_empty(const char *text) noexcept {
+  return text ? text : no_text;
+}
+
+inline bool is_empty(const char *text) noexcept {
+  return text == nullptr || *text == '\0';
+}
+
+// The fields as key_value_new() understands its arguments; none when both wildcards are set. The
+// texts but key and value start empty.
+std::optional<PairFields> make_fields(std::string_view key, bool has_key, gboolean key_wildcard,
+                                      std::string_view value, gboolean value_wildcard,
+                                      gboolean negated);
+
+struct Pair final : KeyValue {
+  // On its own: every text and tag from GLib's allocator.
+  explicit Pair(const PairFields &fields);
+  // Inside a container: texts in the arena. An open value gets room for a usual value to come.
+  Pair(const PairFields &fields, Arena &arena);
+  Pair(const Pair &) = delete;
+  Pair &operator=(const Pair &) = delete;
+  ~Pair();
+
+  // Replaces a text, in place where it fits. The new text may be the old one.
+  void set_text(Text which, std::string_view text);
+  void set_value(std::string_view text) {
+    set_text(text_value, text);
+    value_wildcard = FALSE;
+  }
+  // A declaration's key that is declared again starts over in its place.
+  void restart(const PairFields &fields);
+
+  void append_tag(std::string_view tag, Arena &arena);
+
+  // Bytes that a container needs to store a pair like this one.
+  static std::size_t storage_size(const KeyValue &pair) noexcept;
+
+  Pair *next = nullptr; // the next pair of the same bucket
+
+ private:
+  void set_plain(const PairFields &fields) noexcept;
+
+  guint32 value_capacity_ = 0; // bytes at value that may be written, the NUL included
+  guint16 stored_tags_ = 0;    // so many tags, the first ones, live in the arena
+  guint16 own_texts_ = 0;      // a bit for each text that came from GLib's allocator
+};
+
+bool has_tag(const GList *tags, const char *tag) noexcept;
+
+// A new list of copies, the last tag first.
+GList *copy_tags_reversed(const GList *tags);
+
+void add_tag_once(KeyValue &pair, const char *tag);
+
+} // namespace varro2
