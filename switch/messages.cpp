@@ -1,0 +1,62 @@
+#include "messages.hpp"
+
+#include <cstdarg>
+#include <cstring>
+
+namespace varro2::switchd {
+
+int refuse(sd_bus_error *error, const char *name, const char *format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  const OwnedText text{g_strdup_vprintf(format, arguments)};
+  va_end(arguments);
+  g_info("Refused a call: %s", text.get());
+  return sd_bus_error_set(error, name, text.get());
+}
+
+const char *sender_of(sd_bus_message *message) {
+  const char *sender = sd_bus_message_get_sender(message);
+  return sender != nullptr ? sender : "";
+}
+
+bool is_client_path(const char *path) {
+  return sd_bus_object_path_is_valid(path) > 0 && std::strlen(path) <= G_MAXUINT16;
+}
+
+// The readers of the library end the process at a malformed record.
+static bool is_record(const void *data, std::size_t size, std::uint8_t kind) {
+  return size > 0 && *static_cast<const std::uint8_t *>(data) == kind;
+}
+
+BytesRef read_record(sd_bus_message *message, std::uint8_t kind, sd_bus_error *error) {
+  const void *data = nullptr;
+  std::size_t size = 0;
+  if (const int status = sd_bus_message_read_array(message, 'y', &data, &size); status < 0) {
+    sd_bus_error_set_errno(error, status);
+    return {};
+  }
+  if (!is_record(data, size, kind)) {
+    refuse(error, SD_BUS_ERROR_INVALID_ARGS, "The bytes of '%s' are no record of the kind %u.",
+           sd_bus_message_get_member(message), unsigned{kind});
+    return {};
+  }
+  BytesRef bytes = new_bytes();
+  g_byte_array_append(bytes.get(), static_cast<const guint8 *>(data), static_cast<guint>(size));
+  return bytes;
+}
+
+int answer(sd_bus_message *call, const GByteArray &bytes) {
+  Message reply;
+  int status = sd_bus_message_new_method_return(call, reply.out());
+  if (status >= 0)
+    status = sd_bus_message_append_array(reply.get(), 'y', bytes.data, bytes.len);
+  if (status >= 0)
+    status = sd_bus_send(nullptr, reply.get(), nullptr);
+  return status;
+}
+
+int done(sd_bus_message *call) {
+  return sd_bus_reply_method_return(call, nullptr);
+}
+
+} // namespace varro2::switchd

@@ -1,0 +1,46 @@
+// What the handlers of incoming calls share: owners of bus objects, payloads, refusals.
+#pragma once
+
+#include "owning.hpp"
+
+#include <varro2/serialize.h>
+
+#include <systemd/sd-bus.h>
+#include <systemd/sd-event.h>
+
+#include <cstdint>
+
+namespace varro2::switchd {
+
+using Bus = Counted<sd_bus, sd_bus_ref, sd_bus_unref>;
+using Message = Counted<sd_bus_message, sd_bus_message_ref, sd_bus_message_unref>;
+using EventLoop = Counted<sd_event, sd_event_ref, sd_event_unref>;
+using Timer = Owned<sd_event_source, sd_event_source_disable_unref>;
+
+inline constexpr const char *error_no_subscription = "com.quor.Event.Error.NoSubscr";
+inline constexpr const char *error_not_registered = "com.quor.Event.Error.NotRegistered";
+inline constexpr const char *error_property_state = "com.quor.Event.Error.LookingUpPropState";
+inline constexpr const char *error_file = "com.quor.Event.Error.File";
+inline constexpr const char *error_already_exists = "com.quor.Event.Error.AlreadyExists";
+
+// Makes the call end with this bus error; the result is what a handler returns.
+int refuse(sd_bus_error *error, const char *name, const char *format, ...) G_GNUC_PRINTF(3, 4);
+
+// The unique name of the caller.
+const char *sender_of(sd_bus_message *message);
+
+// Whether a text can be the path of a client's object. A call to any other path cannot be made, and
+// a path that is too long does not survive in an expression's record.
+bool is_client_path(const char *path);
+
+// Takes the next "ay" of a call, which is to hold a record of the given kind. A record of another
+// kind is refused and nothing comes back.
+BytesRef read_record(sd_bus_message *message, std::uint8_t kind, sd_bus_error *error);
+
+// Answers a call with one "ay".
+int answer(sd_bus_message *call, const GByteArray &bytes);
+
+// Answers a call with nothing, unless it was refused.
+int done(sd_bus_message *call);
+
+} // namespace varro2::switchd

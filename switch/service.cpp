@@ -1,0 +1,144 @@
+#include "service.hpp"
+
+#include <unistd.h>
+
+#include <initializer_list>
+#include <string_view>
+
+namespace varro2::switchd {
+namespace {
+
+constexpr const char *object_path = "/com/quor/Event/Switch";
+constexpr std::string_view bus_driver = "org.freedesktop.DBus";
+
+struct ListedDeclarations {
+  void add(EventDeclaration *declaration) { list = g_list_prepend(list, declaration); }
+  BytesRef serialize() {
+    list = g_list_reverse(list);
+    const OwnedList owner{list};
+    BytesRef bytes = BytesRef::adopt(serialize_create_array());
+    serialize_glist(bytes.get(), list, [](gpointer element, GByteArray *array) {
+      event_declaration_serialize_internal(static_cast<EventDeclaration *>(element), array);
+    });
+    list = nullptr;
+    return bytes;
+  }
+
+  GList *list = nullptr; // its elements belong to others
+};
+
+} // namespace
+
+const sd_bus_vtable Service::query_methods_[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD_WITH_ARGS("GetAllDeclarations", SD_BUS_NO_ARGS, SD_BUS_RESULT("ay", declarations),
+                            handle<&Service::get_all_declarations>, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD_WITH_ARGS("GetDeclarationTypes", SD_BUS_NO_ARGS,
+                            SD_BUS_RESULT("ay", declarations),
+                            handle<&Service::get_declaration_types>, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_VTABLE_END,
+};
+
+const sd_bus_vtable Service::control_methods_[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD_WITH_ARGS("Debug", SD_BUS_NO_ARGS, SD_BUS_NO_RESULT, handle<&Service::debug>,
+                            SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD_WITH_ARGS("Quit", SD_BUS_NO_ARGS, SD_BUS_NO_RESULT, handle<&Service::quit>,
+                            SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_VTABLE_END,
+};
+
+Service::Service(sd_event *loop, sd_bus *bus, Types types, std::uint64_t property_state_limit)
+    : loop_{loop}, bus_{bus}, types_{std::move(types)}, clients_{bus}, lookups_{
+                                                                           loop, bus, registry_,
+                                                                           clients_,
+                                                                           property_state_limit} {}
+
+int Service::serve() {
+  const struct {
+    const char *interface;
+    const sd_bus_vtable *methods;
+  } interfaces[] = {{"com.quor.Event.Switch.Producer", producer_methods_},
+                    {"com.quor.Event.Switch.Consumer", consumer_methods_},
+                    {"com.quor.Event.Switch.Query", query_methods_},
+                    {"com.quor.Event.Switch", control_methods_}};
+  for (const auto &[interface, methods] : interfaces)
+    if (const int status =
+            sd_bus_add_object_vtable(bus_, nullptr, object_path, interface, methods, this);
+        status < 0)
+      return status;
+  if (const int status = lookups_.serve(); status < 0)
+    return status;
+  // One rule for all clients: a rule for each would be set too late for one that leaves at once.
+  return sd_bus_add_match(bus_, nullptr,
+                          "type='signal',sender='org.freedesktop.DBus',"
+                          "path='/org/freedesktop/DBus',interface='org.freedesktop.DBus',"
+                          "member='NameOwnerChanged',arg2=''",
+                          handle<&Service::name_owner_changed>, this);
+}
+
+void Service::check_types() const {
+  g_message("%zu declaration types can be used", types_.load_all().size());
+}
+
+int Service::get_all_declarations(sd_bus_message *call, sd_bus_error *) {
+  ListedDeclarations listed;
+  for (const auto &[id, declared] : registry_.declarations())
+    listed.add(declared.declaration.get());
+  return answer(call, *listed.serialize().get());
+}
+
+int Service::get_declaration_types(sd_bus_message *call, sd_bus_error *) {
+  const std::vector<OwnedDeclaration> types = types_.load_all();
+  ListedDeclarations listed;
+  for (const OwnedDeclaration &declaration : types)
+    listed.add(declaration.get());
+  return answer(call, *listed.serialize().get());
+}
+
+int Service::debug(sd_bus_message *call, sd_bus_error *) {
+  for (const std::string &line : describe(registry_))
+    g_message("%s", line.c_str());
+  g_message("Property states being looked up: %zu", lookups_.size());
+  return done(call);
+}
+
+int Service::quit(sd_bus_message *call, sd_bus_error *error) {
+  sd_bus_creds *queried = nullptr;
+  uid_t user = 0;
+  int status = sd_bus_query_sender_creds(call, SD_BUS_CREDS_EUID, &queried);
+  if (status >= 0)
+    status = sd_bus_creds_get_euid(queried, &user);
+  sd_bus_creds_unref(queried);
+  if (status < 0 || (user != 0 && user != geteuid()))
+    return refuse(error, SD_BUS_ERROR_ACCESS_DENIED,
+                  "Only root and the switch's own user may end it.");
+  g_message("Ending, as %s asked", sender_of(call));
+  if (status = done(call); status < 0)
+    return status;
+  return sd_event_exit(loop_, 0);
+}
+
+int Service::name_owner_changed(sd_bus_message *signal, sd_bus_error *) {
+  // Any peer can send a signal of this name straight at this connection.
+  if (sender_of(signal) != bus_driver)
+    return 0;
+  const char *name = nullptr;
+  const char *former = nullptr;
+  const char *next = nullptr;
+  if (sd_bus_message_read(signal, "sss", &name, &former, &next) < 0)
+    return 0;
+  if (*next == '\0')
+    drop_client(name);
+  return 0;
+}
+
+void Service::drop_client(const std::string &bus_name) {
+  lookups_.drop_caller(bus_name);
+  for (const std::uint32_t id : registry_.subscriptions_on(bus_name))
+    cancel(id, bus_name);
+  for (const Address &producer : registry_.producers_on(bus_name))
+    drop_producer(producer);
+}
+
+} // namespace varro2::switchd

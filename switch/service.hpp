@@ -1,0 +1,81 @@
+// The switch on the bus: its object, what its methods do, and the clients that leave.
+#pragma once
+
+#include "clients.hpp"
+#include "lookups.hpp"
+#include "messages.hpp"
+#include "registry.hpp"
+#include "types.hpp"
+
+#include <cstdint>
+#include <string>
+
+namespace varro2::switchd {
+
+// Everything that an incoming call causes is queued before the call is answered: who has the answer
+// has, or has coming, what belongs to it. Runs on the loop's thread only.
+class Service {
+ public:
+  // The limit for property states is in microseconds. Loop and bus outlive the service.
+  Service(sd_event *loop, sd_bus *bus, Types types, std::uint64_t property_state_limit);
+  Service(const Service &) = delete;
+  Service &operator=(const Service &) = delete;
+
+  // Serves the objects and watches clients leave; a negative errno when the bus does not allow it.
+  int serve();
+
+  // Reads the declaration types, to report those that cannot be used.
+  void check_types() const;
+
+ private:
+  template <auto method>
+  static int handle(sd_bus_message *call, void *self, sd_bus_error *error) noexcept {
+    return (static_cast<Service *>(self)->*method)(call, error);
+  }
+
+  static const sd_bus_vtable producer_methods_[];
+  static const sd_bus_vtable consumer_methods_[];
+  static const sd_bus_vtable query_methods_[];
+  static const sd_bus_vtable control_methods_[];
+
+  // com.quor.Event.Switch.Producer
+  int declare(sd_bus_message *call, sd_bus_error *error);
+  int undeclare(sd_bus_message *call, sd_bus_error *error);
+  int add_declaration(sd_bus_message *call, sd_bus_error *error);
+  int remove_declaration(sd_bus_message *call, sd_bus_error *error);
+  int disconnect_producer(sd_bus_message *call, sd_bus_error *error);
+
+  // com.quor.Event.Switch.Consumer
+  int subscribe(sd_bus_message *call, sd_bus_error *error);
+  int unsubscribe(sd_bus_message *call, sd_bus_error *error);
+  int refresh_property(sd_bus_message *call, sd_bus_error *error);
+  int disconnect_consumer(sd_bus_message *call, sd_bus_error *error);
+  int get_property_state(sd_bus_message *call, sd_bus_error *error);
+
+  // com.quor.Event.Switch.Query
+  int get_all_declarations(sd_bus_message *call, sd_bus_error *error);
+  int get_declaration_types(sd_bus_message *call, sd_bus_error *error);
+
+  // com.quor.Event.Switch
+  int debug(sd_bus_message *call, sd_bus_error *error);
+  int quit(sd_bus_message *call, sd_bus_error *error);
+
+  int name_owner_changed(sd_bus_message *signal, sd_bus_error *error);
+
+  void add(const Address &producer, const char *name, OwnedDeclaration declaration);
+  enum class ProducerIs { there, gone };
+  void withdraw(std::uint32_t global_id, ProducerIs producer_is);
+  void drop_producer(const Address &producer);
+  // Producers on a connection that has gone are not told.
+  void cancel(std::uint32_t subscription_id, const std::string &gone = {});
+  void drop_client(const std::string &bus_name);
+
+  sd_event *loop_;
+  sd_bus *bus_;
+  Types types_;
+  Registry registry_;
+  Clients clients_;
+  Lookups lookups_;
+};
+
+} // namespace varro2::switchd

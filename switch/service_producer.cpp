@@ -1,0 +1,143 @@
+#include "service.hpp"
+
+#include <varro2/notification.h>
+
+namespace varro2::switchd {
+namespace {
+
+int refuse_type(sd_bus_error *error, const Types::Result &result) {
+  const char *name = SD_BUS_ERROR_INVALID_ARGS;
+  switch (result.outcome) {
+  case Types::Outcome::exists:
+    name = error_already_exists;
+    break;
+  case Types::Outcome::unknown:
+    name = error_not_registered;
+    break;
+  case Types::Outcome::file_error:
+    name = error_file;
+    g_warning("%s", result.text.c_str());
+    break;
+  case Types::Outcome::done:
+  case Types::Outcome::bad_name:
+  case Types::Outcome::bad_declaration:
+    break;
+  }
+  return refuse(error, name, "%s", result.text.c_str());
+}
+
+} // namespace
+
+const sd_bus_vtable Service::producer_methods_[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD_WITH_ARGS(
+        "Declare", SD_BUS_ARGS("s", producer_path, "s", producer_name, "ay", declaration),
+        SD_BUS_NO_RESULT, handle<&Service::declare>, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD_WITH_ARGS("Undeclare", SD_BUS_ARGS("s", producer_path, "u", global_id),
+                            SD_BUS_NO_RESULT, handle<&Service::undeclare>,
+                            SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD_WITH_ARGS("AddDeclaration", SD_BUS_ARGS("s", type, "ay", declaration),
+                            SD_BUS_NO_RESULT, handle<&Service::add_declaration>,
+                            SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD_WITH_ARGS("RemoveDeclaration", SD_BUS_ARGS("s", type), SD_BUS_NO_RESULT,
+                            handle<&Service::remove_declaration>, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD_WITH_ARGS("Disconnect", SD_BUS_ARGS("s", producer_path), SD_BUS_NO_RESULT,
+                            handle<&Service::disconnect_producer>, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_VTABLE_END,
+};
+
+int Service::declare(sd_bus_message *call, sd_bus_error *error) {
+  const char *path = nullptr;
+  const char *name = nullptr;
+  if (const int status = sd_bus_message_read(call, "ss", &path, &name); status < 0)
+    return status;
+  if (!is_client_path(path))
+    return refuse(error, SD_BUS_ERROR_INVALID_ARGS, "'%.200s' is no object path.", path);
+  const BytesRef bytes = read_record(call, SERIALIZE_ID_EVENT_DECLARATION, error);
+  if (!bytes)
+    return -EINVAL;
+  add({sender_of(call), path}, name, OwnedDeclaration{event_declaration_deserialize(bytes.get())});
+  return done(call);
+}
+
+void Service::add(const Address &producer, const char *name, OwnedDeclaration declaration) {
+  const std::uint32_t local_id = event_declaration_get_local_id(declaration.get());
+  if (const Declaration *former = registry_.find_declaration(producer, local_id))
+    withdraw(former->global_id, ProducerIs::there);
+
+  const Declaration &added = registry_.declare(producer, name, std::move(declaration));
+  g_info("'%s' (%s%s) declared %u", name, producer.bus_name.c_str(), producer.path.c_str(),
+         added.global_id);
+  clients_.global_declare_id(added);
+  for (const std::uint32_t id : added.subscriptions)
+    clients_.subscribe(added, serialize(*registry_.find_subscription(id)->expression));
+  clients_.declaration_complete(added);
+  for (const std::uint32_t id : added.subscriptions)
+    clients_.notify(*registry_.find_subscription(id), added, NOTIFY_DECLARATION_ADDED);
+}
+
+int Service::undeclare(sd_bus_message *call, sd_bus_error *error) {
+  const char *path = nullptr;
+  std::uint32_t global_id = 0;
+  if (const int status = sd_bus_message_read(call, "su", &path, &global_id); status < 0)
+    return status;
+  const Declaration *declared = registry_.find_declaration(global_id);
+  if (declared == nullptr || declared->producer != Address{sender_of(call), path})
+    return refuse(error, error_not_registered, "The producer has no declaration %u.", global_id);
+  withdraw(global_id, ProducerIs::there);
+  return done(call);
+}
+
+void Service::withdraw(std::uint32_t global_id, ProducerIs producer_is) {
+  const Declaration removed = registry_.remove_declaration(global_id);
+  g_info("%s%s withdrew the declaration %u", removed.producer.bus_name.c_str(),
+         removed.producer.path.c_str(), global_id);
+  for (const std::uint32_t id : removed.subscriptions) {
+    if (producer_is == ProducerIs::there)
+      clients_.unsubscribe(removed, id);
+    clients_.notify(*registry_.find_subscription(id), removed, NOTIFY_DECLARATION_REMOVED);
+  }
+}
+
+int Service::disconnect_producer(sd_bus_message *call, sd_bus_error *) {
+  const char *path = nullptr;
+  if (const int status = sd_bus_message_read(call, "s", &path); status < 0)
+    return status;
+  // A producer that has not declared anything says goodbye as well.
+  drop_producer({sender_of(call), path});
+  return done(call);
+}
+
+void Service::drop_producer(const Address &producer) {
+  for (const std::uint32_t global_id : registry_.declarations_of(producer))
+    withdraw(global_id, ProducerIs::gone);
+  registry_.forget_producer(producer);
+}
+
+int Service::add_declaration(sd_bus_message *call, sd_bus_error *error) {
+  const char *type = nullptr;
+  if (const int status = sd_bus_message_read(call, "s", &type); status < 0)
+    return status;
+  const BytesRef bytes = read_record(call, SERIALIZE_ID_EVENT_DECLARATION, error);
+  if (!bytes)
+    return -EINVAL;
+  const OwnedDeclaration declaration{event_declaration_deserialize(bytes.get())};
+  const Types::Result result = types_.add(type, *declaration);
+  if (result.outcome != Types::Outcome::done)
+    return refuse_type(error, result);
+  g_message("%s added the declaration type '%s'", sender_of(call), type);
+  return done(call);
+}
+
+int Service::remove_declaration(sd_bus_message *call, sd_bus_error *error) {
+  const char *type = nullptr;
+  if (const int status = sd_bus_message_read(call, "s", &type); status < 0)
+    return status;
+  const Types::Result result = types_.remove(type);
+  if (result.outcome != Types::Outcome::done)
+    return refuse_type(error, result);
+  g_message("%s removed the declaration type '%s'", sender_of(call), type);
+  return done(call);
+}
+
+} // namespace varro2::switchd
