@@ -24,8 +24,9 @@ void unref_source_data(gpointer data) noexcept {
   static_cast<CommandSource *>(data)->unref();
 }
 
-// How often a waiting thread looks whether the context was left by its owner. Nothing tells it.
-constexpr std::chrono::milliseconds patience{100};
+// How long a thread waits for the one that iterates the context before it looks whether there is
+// one at all. Long enough for a loop that is only slow: commands belong to its thread.
+constexpr std::chrono::seconds patience{1};
 
 // Owns the context while commands run outside of its loop.
 class OwnedContext {
@@ -46,7 +47,7 @@ class OwnedContext {
 
 } // namespace
 
-// Only the ready time makes the source fire, and only commands of this source's own look at it.
+// Neither prepare nor check: the source fires when its ready time has come.
 GSourceFuncs CommandSource::source_functions = {nullptr, nullptr, CommandSource::dispatch,
                                                 nullptr, nullptr, nullptr};
 
@@ -102,9 +103,15 @@ void CommandSource::run_async(CommandSourceFunction function, gpointer data) {
 
 gpointer CommandSource::run(CommandSourceQuery query, gpointer data) {
   const auto alive = CommandSourceRef::share(this);
-  if (const OwnedContext own{context_}; own)
-    return run_here(query, data);
+  if (g_main_context_is_owner(context_) || is_home())
+    if (const OwnedContext own{context_}; own)
+      return run_here(query, data);
   return run_there(query, data);
+}
+
+bool CommandSource::is_home() {
+  const std::lock_guard lock{mutex_};
+  return home_ == std::this_thread::get_id();
 }
 
 gpointer CommandSource::run_here(CommandSourceQuery query, gpointer data) {
@@ -189,6 +196,7 @@ void CommandSource::close() {
 gboolean CommandSource::dispatch(GSource *, GSourceFunc, gpointer data) noexcept {
   const auto self = CommandSourceRef::share(static_cast<CommandSource *>(data));
   std::unique_lock lock{self->mutex_};
+  self->home_ = std::this_thread::get_id();
   self->is_awake_ = false;
   g_source_set_ready_time(self->source_.get(), -1);
   // A command that was started outside of the loop iterates the context. The loop is told again

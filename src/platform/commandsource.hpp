@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <deque>
 #include <mutex>
+#include <thread>
 
 // Counted, because it must outlive its owner: freed inside a command, or while threads wait in
 // run(). References are held by the owner until close(), by the GSource until it is destroyed, and
@@ -55,6 +56,7 @@ struct CommandSource final {
   static GSourceFuncs source_functions;
 
   void wake();
+  bool is_home();
   void run_waiting(std::unique_lock<std::mutex> &lock);
   void run_one(std::unique_lock<std::mutex> &lock);
   gpointer run_here(CommandSourceQuery query, gpointer data);
@@ -68,6 +70,9 @@ struct CommandSource final {
 
   std::mutex mutex_; // guards what follows
   std::deque<Command> queue_;
+  // Where commands run when nobody owns the context: the thread that last iterated it for this
+  // source, and until then the one that made the source.
+  std::thread::id home_ = std::this_thread::get_id();
   bool is_closed_ = false;
   // A command runs, on the thread that owns the context. No other may start meanwhile, not even
   // when that command iterates the context.
