@@ -1,0 +1,65 @@
+# Sourced by the scripts that need a message bus of their own. Never touches the machine's.
+#
+# private_bus_start FOLDER   starts a dbus-daemon in the folder and sets DBUS_SYSTEM_BUS_ADDRESS
+# switch_start PROGRAM       starts the switch and waits until it has its name; sets switch_pid
+# private_bus_stop           ends both
+
+bus_pid=
+switch_pid=
+
+private_bus_start() {
+  local folder=$1
+  cat >"$folder/bus.conf" <<CONFIGURATION
+<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <listen>unix:path=$folder/socket</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow user="*"/>
+    <allow own="*"/>
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow receive_sender="*" eavesdrop="true"/>
+  </policy>
+</busconfig>
+CONFIGURATION
+  dbus-daemon --nofork --nopidfile --config-file="$folder/bus.conf" &
+  bus_pid=$!
+  export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$folder/socket
+  wait_until "the message bus" "$bus_pid" test -S "$folder/socket"
+}
+
+switch_start() {
+  "$1" &
+  switch_pid=$!
+  wait_until "the switch" "$switch_pid" switch_has_name
+}
+
+switch_has_name() {
+  dbus-send --bus="$DBUS_SYSTEM_BUS_ADDRESS" --print-reply=literal --dest=org.freedesktop.DBus \
+    /org/freedesktop/DBus org.freedesktop.DBus.NameHasOwner string:com.quor.Event.Switch \
+    2>/dev/null | grep -q 'boolean true'
+}
+
+# wait_until WHAT PID COMMAND...: until the command succeeds; gives up when the process has ended
+# or after ten seconds.
+wait_until() {
+  local what=$1 pid=$2 tries
+  shift 2
+  for ((tries = 0; tries < 500; ++tries)); do
+    "$@" && return 0
+    kill -0 "$pid" 2>/dev/null || break
+    sleep 0.02
+  done
+  echo "${0##*/}: $what did not start" >&2
+  return 1
+}
+
+private_bus_stop() {
+  local pid
+  for pid in $switch_pid $bus_pid; do
+    kill "$pid" 2>/dev/null || true
+    wait "$pid" 2>/dev/null || true
+  done
+  switch_pid= bus_pid=
+}
