@@ -21,17 +21,16 @@ G_BEGIN_DECLS
 typedef struct EventConsumer EventConsumer;
 
 /** Receives an event, which the callee frees. */
-typedef void (*EventConsumerEventCallback)(Event *event, gpointer user_data);
+typedef ConsumerEventCallback EventConsumerEventCallback;
 
 /** Receives the notification that a matching declaration came or went; the callee frees it. */
-typedef void (*EventConsumerNotificationCallback)(Notification *notification, gpointer user_data);
+typedef ConsumerNotificationCallback EventConsumerNotificationCallback;
 
 /** As EventConsumerEventCallback, with the user id of the sender: G_MAXUINT32 when unknown. */
-typedef void (*EventConsumerSecureEventCallback)(Event *event, guint32 uid, gpointer user_data);
+typedef ConsumerSecureEventCallback EventConsumerSecureEventCallback;
 
 /** As EventConsumerNotificationCallback, with the user id of the sender. */
-typedef void (*EventConsumerSecureNotificationCallback)(Notification *notification, guint32 uid,
-                                                        gpointer user_data);
+typedef ConsumerSecureNotificationCallback EventConsumerSecureNotificationCallback;
 
 /** The end of a refresh or an unsubscribe. @p error is NULL on success; otherwise the callee frees
  * it. */

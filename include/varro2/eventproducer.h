@@ -21,15 +21,15 @@ typedef struct EventProducer EventProducer;
 
 /** The declaration is complete: the switch knows it and has told of its subscribers. Called once.
  */
-typedef void (*EventProducerNotifyCallback)(guint32 local_declare_id, gpointer user_data);
+typedef ProducerCompleteCallback EventProducerNotifyCallback;
 
 /** The end of an undeclare. @p error is NULL on success; otherwise the callee frees it. */
 typedef void (*EventProducerUndeclareCallback)(guint32 local_declare_id, gpointer user_data,
                                                GError *error);
 
-/** The answer to a type added or removed. @p error is NULL on success; otherwise the callee frees
- * it. @p type is lent for the call. */
-typedef void (*EventProducerTypeCallback)(const char *type, gpointer user_data, GError *error);
+/** The answer to a type added or removed. A type's name is lent for the call; an error is NULL on
+ * success, otherwise the callee frees it. */
+typedef ProducerUserDeclarationCallback EventProducerTypeCallback;
 
 /**
  * Makes a producer and queues its connection to the bus. The handle can be used at once; a

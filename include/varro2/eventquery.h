@@ -39,8 +39,8 @@ VARRO2_API GList *event_query_get_declarations(EventQuery *event_query) VARRO2_N
 VARRO2_API GList *event_query_get_declaration_types(EventQuery *event_query) VARRO2_NOEXCEPT;
 
 /** @return the topics of all declarations: a new root without data, above nodes whose data are
- * TopicNode; for event_query_free_topic_tree(). On failure the root alone. NULL for a missing
- * handle. */
+ * TopicNode; for event_query_free_topic_tree(). On failure, also for a missing handle, the root
+ * alone. */
 VARRO2_API GNode *event_query_get_topic_tree(EventQuery *event_query) VARRO2_NOEXCEPT;
 
 /** Frees a tree with all its data. A missing tree aborts. */

@@ -1,0 +1,50 @@
+// Work that a handle queues for the thread of the default main context.
+#pragma once
+
+#include "log.hpp"
+#include "owning.hpp"
+
+#include <varro2/commandsource.h>
+#include <varro2/idgenerator.h>
+
+#include <memory>
+#include <utility>
+
+namespace varro2 {
+
+using OwnedCommands = Owned<CommandSource, command_source_free>;
+using OwnedIds = Owned<IdGenerator, idgenerator_free>;
+
+// The work is called once, with the handle, and owns what it captured. A handle's command source
+// has the handle as its user data.
+template <typename Handle, typename Work>
+void queue(Handle &handle, Work work) {
+  command_source_run_async(
+      handle.commands.get(),
+      [](gpointer data, gpointer user_data) noexcept {
+        const std::unique_ptr<Work> owned{static_cast<Work *>(data)};
+        (*owned)(*static_cast<Handle *>(user_data));
+      },
+      std::make_unique<Work>(std::move(work)).release());
+}
+
+// The end of a handle's connection attempt: for whoever asked to be told, else for the log.
+template <typename Handle, typename Callback>
+void report_setup(Handle &handle, OwnedError error, Callback callback, gpointer user_data) {
+  if (callback)
+    callback(&handle, user_data, error.release());
+  else if (error)
+    VARRO2_CRITICAL("%sFailed to setup dbus: %s (%d)", error->message, error->code);
+}
+
+// The end of a handle, from inside its last command. Whoever waits for it knows it by its former
+// address alone.
+template <typename Handle, typename Callback>
+void end(Handle &handle, Callback done_callback, gpointer user_data) {
+  const auto former_address = reinterpret_cast<guintptr>(&handle);
+  delete &handle;
+  if (done_callback)
+    done_callback(reinterpret_cast<Handle *>(former_address), user_data);
+}
+
+} // namespace varro2
