@@ -37,14 +37,4 @@ void report_setup(Handle &handle, OwnedError error, Callback callback, gpointer 
     VARRO2_CRITICAL("%sFailed to setup dbus: %s (%d)", error->message, error->code);
 }
 
-// The end of a handle, from inside its last command. Whoever waits for it knows it by its former
-// address alone.
-template <typename Handle, typename Callback>
-void end(Handle &handle, Callback done_callback, gpointer user_data) {
-  const auto former_address = reinterpret_cast<guintptr>(&handle);
-  delete &handle;
-  if (done_callback)
-    done_callback(reinterpret_cast<Handle *>(former_address), user_data);
-}
-
 } // namespace varro2

@@ -50,9 +50,11 @@ void event_consumer_int_free(EventConsumer *event_consumer, EventConsumerDoneCal
                              gpointer user_data) noexcept {
   VARRO2_ASSERT(event_consumer != NULL);
   consumer_prepare_free(event_consumer->consumer.get());
-  queue(*event_consumer, [done_callback, user_data](EventConsumer &handle) {
+  queue(*event_consumer, [event_consumer, done_callback, user_data](EventConsumer &handle) {
     consumer_send_disconnect(handle.consumer.get());
-    end(handle, done_callback, user_data);
+    delete &handle;
+    if (done_callback)
+      done_callback(event_consumer, user_data);
   });
 }
 

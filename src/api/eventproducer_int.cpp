@@ -71,9 +71,11 @@ void event_producer_int_free(EventProducer *event_producer, EventProducerDoneCal
                              gpointer user_data) noexcept {
   VARRO2_ASSERT(event_producer != NULL);
   producer_prepare_free(event_producer->producer.get());
-  queue(*event_producer, [done_callback, user_data](EventProducer &handle) {
+  queue(*event_producer, [event_producer, done_callback, user_data](EventProducer &handle) {
     producer_send_disconnect(handle.producer.get());
-    end(handle, done_callback, user_data);
+    delete &handle;
+    if (done_callback)
+      done_callback(event_producer, user_data);
   });
 }
 
