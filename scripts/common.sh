@@ -1,8 +1,17 @@
-# Sourced by the scripts that need a message bus of their own. Never touches the machine's.
+# Sourced by the other scripts.
 #
-# private_bus_start FOLDER   starts a dbus-daemon in the folder and sets DBUS_SYSTEM_BUS_ADDRESS
+# use_compiler_cache         has the build use ccache when it is there
+# private_bus_start FOLDER   starts a dbus-daemon in the folder and sets DBUS_SYSTEM_BUS_ADDRESS;
+#                            the machine's own bus is never touched
 # switch_start PROGRAM       starts the switch and waits until it has its name; sets switch_pid
 # private_bus_stop           ends both
+
+use_compiler_cache() {
+  command -v ccache >/dev/null || return 0
+  export CMAKE_C_COMPILER_LAUNCHER=${CMAKE_C_COMPILER_LAUNCHER-ccache}
+  export CMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER-ccache}
+  export CCACHE_BASEDIR=${CCACHE_BASEDIR-$PWD}
+}
 
 bus_pid=
 switch_pid=
