@@ -154,10 +154,11 @@ Types::Result Types::add(const std::string &type, const EventDeclaration &declar
     unlink(temporary.c_str());
     return result;
   }
-  // Not every text of a declaration can stand in XML; what nobody can read back is not kept.
+  // Too large, or not text: what nobody can read back is not kept.
   if (!OwnedDeclaration{event_declaration_deserialize_xml_file(temporary.c_str())}) {
     unlink(temporary.c_str());
-    return {Outcome::bad_declaration, "The declaration for '" + type + "' has no XML form."};
+    return {Outcome::bad_declaration,
+            "The declaration for '" + type + "' cannot be kept as a file."};
   }
   if (rename(temporary.c_str(), path.c_str()) != 0) {
     const Result result = file_error("Could not put in place", path);
