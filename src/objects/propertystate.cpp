@@ -1,5 +1,6 @@
 #include "propertystate.hpp"
 
+#include "eventdeclaration.hpp"
 #include "log.hpp"
 #include "preconditions.hpp"
 #include "xmlform.hpp"
@@ -8,10 +9,11 @@
 
 #include <utility>
 
+using varro2::property_state_tag;
+
 namespace {
 
 constexpr const char *element_name = "property";
-constexpr const char *state_key_tag = "property-state";
 
 // The state key must be there, with any other value. Its name space goes to the first test on the
 // key, which is the one that it is there.
@@ -27,7 +29,7 @@ std::unique_ptr<SubscribeExpression> make_expression(const Inspectable &inspecta
   for (guint32 i = 0; i < count; ++i) {
     const char *key = inspectable_get_key_at(&inspectable, i);
     const char *value = inspectable_get_value_at(&inspectable, i);
-    if (inverted && inspectable_has_tag_at(&inspectable, i, state_key_tag))
+    if (inverted && inspectable_has_tag_at(&inspectable, i, property_state_tag))
       add_inverted_state_key(*se, key, value);
     else
       subscribe_expression_add_key_value(se.get(), key, value);
@@ -56,7 +58,7 @@ gint count_state_keys(const Inspectable &inspectable) {
   gint found = 0;
   const guint32 count = inspectable_get_key_count(&inspectable);
   for (guint32 i = 0; i < count; ++i)
-    found += inspectable_has_tag_at(&inspectable, i, state_key_tag) ? 1 : 0;
+    found += inspectable_has_tag_at(&inspectable, i, property_state_tag) ? 1 : 0;
   return found;
 }
 
@@ -81,11 +83,11 @@ gboolean property_state_add_key_value(PropertyState *self, const char *key, cons
   Inspectable *inspectable = &self->inspectable;
   if (inspectable_get_value(inspectable, key))
     return FALSE;
-  if (property_state && inspectable_has_keyvalue_with_tag(inspectable, state_key_tag))
+  if (property_state && inspectable_has_keyvalue_with_tag(inspectable, property_state_tag))
     return FALSE;
   if (!inspectable_add_key_value(inspectable, key, FALSE, value, FALSE, FALSE))
     return FALSE;
-  return property_state ? inspectable_add_key_tag(inspectable, key, state_key_tag) : TRUE;
+  return property_state ? inspectable_add_key_tag(inspectable, key, property_state_tag) : TRUE;
 }
 
 gboolean property_state_set_name_space(PropertyState *self, const char *key,
@@ -178,8 +180,8 @@ PropertyState *property_state_deserialize_xmlnode(const XmlNode *node) noexcept 
   if (!content)
     return nullptr;
   if (const gint count = count_state_keys(*content); count != 1) {
-    VARRO2_WARNING("%sExpected to find 1 keyvalue tagged with '%s' but found %d", state_key_tag,
-                   count);
+    VARRO2_WARNING("%sExpected to find 1 keyvalue tagged with '%s' but found %d",
+                   property_state_tag, count);
     return nullptr;
   }
   return make_locked(std::move(*content)).release();
