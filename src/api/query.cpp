@@ -1,3 +1,5 @@
+#include "buscall.hpp"
+#include "buserrors.hpp"
 #include "log.hpp"
 #include "owning.hpp"
 #include "preconditions.hpp"
@@ -66,23 +68,6 @@ GType register_query() {
   return type;
 }
 
-// The failure of a call to the switch. sd-bus gives no text where no answer came at all.
-class BusError {
- public:
-  BusError() = default;
-  BusError(const BusError &) = delete;
-  BusError &operator=(const BusError &) = delete;
-  ~BusError() { sd_bus_error_free(&error_); }
-
-  sd_bus_error *out() { return &error_; }
-  const char *text(int result) const {
-    return error_.message ? error_.message : g_strerror(-result);
-  }
-
- private:
-  sd_bus_error error_ = SD_BUS_ERROR_NULL;
-};
-
 GList *read_declarations(const guint8 *data, gsize length) {
   const BytesRef bytes = new_bytes();
   g_byte_array_append(bytes.get(), data, static_cast<guint>(length));
@@ -120,10 +105,10 @@ GList *query_send_get_declarations(Query *query) noexcept {
   BusError error;
   OwnedBytes data;
   gsize length = 0;
-  const int r = com_quor_Event_Switch_Query_get_all_declarations(self.bus, error.out(),
+  const int r = com_quor_Event_Switch_Query_get_all_declarations(self.bus, error.get(),
                                                                  out_of(data), &length);
   if (r < 0) {
-    VARRO2_WARNING("%sCould not get event declarations: %s", error.text(r));
+    VARRO2_WARNING("%sCould not get event declarations: %s", new_bus_failure(*error, -r)->message);
     return NULL;
   }
   return read_declarations(data.get(), length);
@@ -134,15 +119,14 @@ GList *query_send_get_declaration_types(Query *query) noexcept {
   QueryPrivate &self = private_of(query);
   const std::scoped_lock lock{self.mutex};
   BusError error;
-  Owned<sd_bus_message, sd_bus_message_unref> reply;
-  int r = com_quor_Event_Switch_Query_get_declaration_types(self.bus, error.out(), out_of(reply));
+  MessageRef reply;
+  const int r =
+      com_quor_Event_Switch_Query_get_declaration_types(self.bus, error.get(), reply.out());
   if (r < 0) {
-    VARRO2_WARNING("%sCould not get event declaration types: %s", error.text(r));
+    VARRO2_WARNING("%sCould not get event declaration types: %s",
+                   new_bus_failure(*error, -r)->message);
     return NULL;
   }
-  const void *data = NULL;
-  size_t length = 0;
-  r = sd_bus_message_read_array(reply.get(), 'y', &data, &length);
-  VARRO2_ASSERT(r >= 0);
-  return read_declarations(static_cast<const guint8 *>(data), length);
+  const ByteView bytes = read_bytes(__func__, reply.get());
+  return read_declarations(bytes.data, bytes.length);
 }
