@@ -1,10 +1,8 @@
 // Events for the rendering tests, made the way producers make them.
 #pragma once
 
-#include "owning.hpp"
+#include "records.hpp"
 
-#include <varro2/event.h>
-#include <varro2/eventdeclaration.h>
 #include <varro2/eventutils.h>
 
 #include <cstdlib>
@@ -13,8 +11,6 @@
 
 namespace varro2::test {
 
-using OwnedEvent = Owned<Event, event_free>;
-using OwnedDeclaration = Owned<EventDeclaration, event_declaration_free>;
 using OwnedOptions = Owned<JsonOptions, json_options_free>;
 
 class EventMaker {
@@ -49,8 +45,8 @@ class EventMaker {
     return *this;
   }
 
-  OwnedEvent make() const {
-    OwnedEvent event{event_declaration_generate_event(declaration_.get())};
+  EventOwner make() const {
+    EventOwner event{event_declaration_generate_event(declaration_.get())};
     if (timestamp_)
       event_set_timestamp2(event.get(), timestamp_.get());
     return event;
@@ -67,7 +63,7 @@ class EventMaker {
     return *this;
   }
 
-  OwnedDeclaration declaration_{event_declaration_new(FALSE)};
+  DeclarationOwner declaration_{event_declaration_new(FALSE)};
   DateTimeRef timestamp_;
 };
 

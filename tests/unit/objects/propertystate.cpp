@@ -1,6 +1,6 @@
 #include "propertystate.hpp"
 #include "logcapture.hpp"
-#include "owning.hpp"
+#include "recordtext.hpp"
 
 #include <varro2/event.h>
 #include <varro2/eventdeclaration.h>
@@ -14,28 +14,19 @@ using namespace std::string_literals;
 using varro2::BytesRef;
 using varro2::Owned;
 using varro2::OwnedText;
+using varro2::test::as_array;
+using varro2::test::as_text;
+using varro2::test::DeclarationOwner;
+using varro2::test::EventOwner;
+using varro2::test::ExpressionOwner;
 using varro2::test::LogCapture;
+using varro2::test::record_of;
+using varro2::test::refusal;
 
 namespace {
 
 using OwnedState = Owned<PropertyState, property_state_free>;
-using OwnedExpression = Owned<SubscribeExpression, subscribe_expression_free>;
 using OwnedNode = Owned<XmlNode, xmlnode_free_tree>;
-
-std::string as_text(const GByteArray *array) {
-  return {reinterpret_cast<const char *>(array->data), array->len};
-}
-
-std::string record_of(const SubscribeExpression *se) {
-  return as_text(BytesRef::adopt(subscribe_expression_serialize(se)).get());
-}
-
-BytesRef as_array(const std::string &text) {
-  auto array = varro2::new_bytes();
-  g_byte_array_append(array.get(), reinterpret_cast<const guint8 *>(text.data()),
-                      static_cast<guint>(text.size()));
-  return array;
-}
 
 // port = 1, and state = true as the state key.
 OwnedState make_port_state() {
@@ -61,15 +52,15 @@ const std::string port_state_record =
     "\x0e\0property-state"s     //
     "\0\0\0\0"s;                // no tests of any key, no tags
 
-OwnedExpression make_plain() {
-  OwnedExpression se{subscribe_expression_new()};
+ExpressionOwner make_plain() {
+  ExpressionOwner se{subscribe_expression_new()};
   subscribe_expression_add_key_value(se.get(), "port", "1");
   subscribe_expression_add_key_value(se.get(), "state", "true");
   return se;
 }
 
-OwnedExpression make_inverted() {
-  OwnedExpression se{subscribe_expression_new()};
+ExpressionOwner make_inverted() {
+  ExpressionOwner se{subscribe_expression_new()};
   subscribe_expression_add_key_value(se.get(), "port", "1");
   subscribe_expression_add_key(se.get(), "state");
   subscribe_expression_add_key_not_value(se.get(), "state", "true");
@@ -117,10 +108,10 @@ TEST(PropertyState, RefusesASecondStateKeyInSilence) {
 TEST(PropertyState, TakesAThousandKeys) {
   const OwnedState state{property_state_new()};
   for (int i = 0; i < 1000; ++i)
-    ASSERT_TRUE(
-        property_state_add_key_value(state.get(), std::to_string(i).c_str(), "v", i == 500));
+    ASSERT_TRUE(property_state_add_key_value(state.get(), ("k" + std::to_string(i)).c_str(), "v",
+                                             i == 500));
   const auto *inverted = property_state_get_inverted_subscribe_expression(state.get());
-  const KeyValue *pair = inspectable_get_key_value(&inverted->inspectable, "500");
+  const KeyValue *pair = inspectable_get_key_value(&inverted->inspectable, "k500");
   ASSERT_NE(pair, nullptr);
   EXPECT_TRUE(pair->value_wildcard);
 }
@@ -142,11 +133,11 @@ TEST(PropertyState, FollowsTheProperty) {
   const auto *plain = property_state_get_subscribe_expression(state.get());
   const auto *inverted = property_state_get_inverted_subscribe_expression(state.get());
   const auto event_with = [](const char *port, const char *value) {
-    const Owned<EventDeclaration, event_declaration_free> declaration{event_declaration_new(FALSE)};
+    const DeclarationOwner declaration{event_declaration_new(FALSE)};
     event_declaration_add_key_value(declaration.get(), "port", port, VALUE_TYPE_STRING);
     if (value)
       event_declaration_add_key_value(declaration.get(), "state", value, VALUE_TYPE_STRING);
-    return Owned<Event, event_free>{event_declaration_generate_event(declaration.get())};
+    return EventOwner{event_declaration_generate_event(declaration.get())};
   };
   EXPECT_TRUE(event_contains(event_with("1", "true").get(), plain));
   EXPECT_FALSE(event_contains(event_with("1", "true").get(), inverted));
@@ -168,8 +159,8 @@ TEST(PropertyState, LocksWithEitherExpression) {
 
 TEST(PropertyState, MakesAnExpressionWithoutLocking) {
   const auto state = make_port_state();
-  const OwnedExpression plain{property_state_to_subscribe_expression(state.get(), FALSE)};
-  const OwnedExpression inverted{property_state_to_subscribe_expression(state.get(), TRUE)};
+  const ExpressionOwner plain{property_state_to_subscribe_expression(state.get(), FALSE)};
+  const ExpressionOwner inverted{property_state_to_subscribe_expression(state.get(), TRUE)};
   EXPECT_EQ(record_of(plain.get()), record_of(make_plain().get()));
   EXPECT_EQ(record_of(inverted.get()), record_of(make_inverted().get()));
   EXPECT_TRUE(property_state_add_key_value(state.get(), "more", "1", FALSE));
@@ -381,8 +372,7 @@ TEST(PropertyState, RefusesMissingArguments) {
   for (const Call &call : calls) {
     LogCapture log;
     EXPECT_TRUE(call.is_neutral()) << call.name;
-    EXPECT_EQ(log.texts(G_LOG_LEVEL_CRITICAL),
-              std::vector{call.name + ": assertion '"s + call.expression + "' failed"});
+    EXPECT_EQ(log.texts(G_LOG_LEVEL_CRITICAL), std::vector{refusal(call.name, call.expression)});
     EXPECT_EQ(log.lines().size(), 1u) << call.name;
   }
   EXPECT_EQ(inspectable_get_key_count(&state->inspectable), 0u);

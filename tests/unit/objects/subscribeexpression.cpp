@@ -1,6 +1,6 @@
 #include "subscribeexpression.hpp"
 #include "logcapture.hpp"
-#include "owning.hpp"
+#include "recordtext.hpp"
 
 #include <varro2/event.h>
 #include <varro2/eventdeclaration.h>
@@ -15,26 +15,21 @@ using namespace std::string_literals;
 using varro2::BytesRef;
 using varro2::Owned;
 using varro2::OwnedText;
+using varro2::test::as_array;
+using varro2::test::as_text;
+using varro2::test::DeclarationOwner;
+using varro2::test::EventOwner;
+using varro2::test::ExpressionOwner;
 using varro2::test::LogCapture;
+using varro2::test::record_of;
+using varro2::test::refusal;
 
 namespace {
 
-using OwnedExpression = Owned<SubscribeExpression, subscribe_expression_free>;
 using OwnedNode = Owned<XmlNode, xmlnode_free_tree>;
 
-OwnedExpression make_expression() {
-  return OwnedExpression{subscribe_expression_new()};
-}
-
-std::string as_text(const GByteArray *array) {
-  return {reinterpret_cast<const char *>(array->data), array->len};
-}
-
-BytesRef as_array(const std::string &text) {
-  auto array = varro2::new_bytes();
-  g_byte_array_append(array.get(), reinterpret_cast<const guint8 *>(text.data()),
-                      static_cast<guint>(text.size()));
-  return array;
+ExpressionOwner make_expression() {
+  return ExpressionOwner{subscribe_expression_new()};
 }
 
 // A pair as it lies in the record. One of key and value may be NULL: any.
@@ -75,8 +70,8 @@ std::string record(int and_lists, const std::string &content) {
          "\0\0"s; // no tags
 }
 
-OwnedExpression make_full() {
-  OwnedExpression se{subscribe_expression_new_full(TRUE)};
+ExpressionOwner make_full() {
+  ExpressionOwner se{subscribe_expression_new_full(TRUE)};
   subscribe_expression_set_id(se.get(), 0x01020304);
   subscribe_expression_set_dbus_service(se.get(), ":1.5");
   subscribe_expression_set_dbus_object(se.get(), "/a");
@@ -85,12 +80,11 @@ OwnedExpression make_full() {
 }
 
 // An event with these keys, all texts in no name space.
-Owned<Event, event_free>
-make_event(std::initializer_list<std::pair<const char *, const char *>> pairs) {
-  const Owned<EventDeclaration, event_declaration_free> declaration{event_declaration_new(FALSE)};
+EventOwner make_event(std::initializer_list<std::pair<const char *, const char *>> pairs) {
+  const DeclarationOwner declaration{event_declaration_new(FALSE)};
   for (const auto &[key, value] : pairs)
     event_declaration_add_key_value(declaration.get(), key, value, VALUE_TYPE_STRING);
-  return Owned<Event, event_free>{event_declaration_generate_event(declaration.get())};
+  return EventOwner{event_declaration_generate_event(declaration.get())};
 }
 
 // ---- Fields
@@ -106,9 +100,9 @@ TEST(SubscribeExpression, StartsEmpty) {
 }
 
 TEST(SubscribeExpression, IsClandestineFromTheStart) {
-  const OwnedExpression se{subscribe_expression_new_full(TRUE)};
+  const ExpressionOwner se{subscribe_expression_new_full(TRUE)};
   EXPECT_TRUE(subscribe_expression_get_clandestine(se.get()));
-  const OwnedExpression plain{subscribe_expression_new_full(FALSE)};
+  const ExpressionOwner plain{subscribe_expression_new_full(FALSE)};
   EXPECT_FALSE(subscribe_expression_get_clandestine(plain.get()));
 }
 
@@ -131,7 +125,7 @@ TEST(SubscribeExpression, SurvivesBeingGivenItsOwnAddress) {
 TEST(SubscribeExpression, CopiesEverything) {
   auto se = make_full();
   subscribe_expression_add_key_value(se.get(), "k", "v");
-  const OwnedExpression copy{subscribe_expression_copy(se.get())};
+  const ExpressionOwner copy{subscribe_expression_copy(se.get())};
   const auto before = BytesRef::adopt(subscribe_expression_serialize(se.get()));
   se.reset();
   const auto after = BytesRef::adopt(subscribe_expression_serialize(copy.get()));
@@ -262,7 +256,7 @@ TEST(SubscribeExpression, WritesEveryField) {
 
 TEST(SubscribeExpression, ReadsEveryField) {
   const std::string written = record(1, "\xf3\x01\0"s + pair_record("k", "v", true) + "\0\0"s);
-  const OwnedExpression se{subscribe_expression_deserialize(as_array(written).get())};
+  const ExpressionOwner se{subscribe_expression_deserialize(as_array(written).get())};
   EXPECT_EQ(subscribe_expression_get_id(se.get()), 0x01020304u);
   EXPECT_STREQ(subscribe_expression_get_dbus_service(se.get()), ":1.5");
   EXPECT_STREQ(subscribe_expression_get_dbus_object(se.get()), "/a");
@@ -277,7 +271,7 @@ TEST(SubscribeExpression, ReadsEveryField) {
 TEST(SubscribeExpression, ReadsFromWhereTheIndexStands) {
   const std::string written = record(1, "\xf3\0\0\0\0"s);
   guint32 indx = 2;
-  const OwnedExpression se{
+  const ExpressionOwner se{
       subscribe_expression_deserialize_internal(as_array("xx" + written + "rest").get(), &indx)};
   EXPECT_EQ(subscribe_expression_get_id(se.get()), 0x01020304u);
   EXPECT_EQ(indx, 2 + written.size());
@@ -290,7 +284,7 @@ TEST(SubscribeExpression, KeepsListsAndTheirOrderOnTheWay) {
     subscribe_expression_or(se.get());
   }
   const auto written = BytesRef::adopt(subscribe_expression_serialize(se.get()));
-  const OwnedExpression read{subscribe_expression_deserialize(written.get())};
+  const ExpressionOwner read{subscribe_expression_deserialize(written.get())};
   const auto again = BytesRef::adopt(subscribe_expression_serialize(read.get()));
   EXPECT_EQ(as_text(again.get()), as_text(written.get()));
 }
@@ -348,7 +342,7 @@ TEST(SubscribeExpression, KeepsOnlyTheTestsInXml) {
   subscribe_expression_add_key_value(se.get(), "k", "a\nb");
   const OwnedText xml{subscribe_expression_serialize_xml(se.get())};
   EXPECT_EQ(std::string{xml.get()}.find('\n'), std::string::npos) << xml.get();
-  const OwnedExpression read{subscribe_expression_deserialize_xml(xml.get())};
+  const ExpressionOwner read{subscribe_expression_deserialize_xml(xml.get())};
   ASSERT_TRUE(read);
   EXPECT_STREQ(inspectable_get_value(&read->inspectable, "k"), "a\nb");
   EXPECT_EQ(subscribe_expression_get_id(read.get()), 0u);
@@ -359,7 +353,7 @@ TEST(SubscribeExpression, KeepsOnlyTheTestsInXml) {
 }
 
 TEST(SubscribeExpression, ReadsHandwrittenXml) {
-  const OwnedExpression se{subscribe_expression_deserialize_xml(
+  const ExpressionOwner se{subscribe_expression_deserialize_xml(
       "<subscribe><expression><keyvalue key='a' value='1'/></expression>"
       "<expression><keyvalue key-wildcard='true' value='2' not='true'/></expression></subscribe>")};
   ASSERT_TRUE(se);
@@ -498,8 +492,7 @@ TEST(SubscribeExpression, RefusesMissingArguments) {
   for (const Call &call : calls) {
     LogCapture log;
     EXPECT_TRUE(call.is_neutral()) << call.name;
-    EXPECT_EQ(log.texts(G_LOG_LEVEL_CRITICAL),
-              std::vector{call.name + ": assertion '"s + call.expression + "' failed"});
+    EXPECT_EQ(log.texts(G_LOG_LEVEL_CRITICAL), std::vector{refusal(call.name, call.expression)});
     EXPECT_EQ(log.lines().size(), 1u) << call.name;
   }
   const auto array = BytesRef::adopt(subscribe_expression_serialize(se));
