@@ -47,8 +47,7 @@ VARRO2_API void command_source_run_async(CommandSource *source, CommandSourceFun
  * last or else made the source) the commands already queued run first and then the function, at
  * once, without iterating the context. Inside a command of this source the function runs at once,
  * as a part of that command: the commands that wait come after it. On every other thread the call
- * waits for the thread that iterates the context; when for a second nobody has, it takes the
- * context and runs what is queued itself.
+ * waits for the thread that iterates the context.
  * @return what function returned; NULL when the source was freed before its turn came.
  */
 VARRO2_API gpointer command_source_run(CommandSource *source, CommandSourceQuery function,

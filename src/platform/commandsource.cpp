@@ -2,7 +2,6 @@
 
 #include "preconditions.hpp"
 
-#include <chrono>
 #include <utility>
 
 using namespace varro2;
@@ -23,10 +22,6 @@ using CommandSourceRef = Counted<CommandSource, ref_source, unref_source>;
 void unref_source_data(gpointer data) noexcept {
   static_cast<CommandSource *>(data)->unref();
 }
-
-// How long a thread waits for the one that iterates the context before it looks whether there is
-// one at all. Long enough for a loop that is only slow: commands belong to its thread.
-constexpr std::chrono::seconds patience{1};
 
 // Owns the context while commands run outside of its loop.
 class OwnedContext {
@@ -140,16 +135,7 @@ gpointer CommandSource::run_there(CommandSourceQuery query, gpointer data) {
     return nullptr;
   queue_.push_back({nullptr, &waiter, data});
   wake();
-  while (!waiter.over.wait_for(lock, patience, [&] { return waiter.is_over; })) {
-    // Whoever owned the context may have stopped iterating it.
-    lock.unlock();
-    const OwnedContext own{context_};
-    lock.lock();
-    if (!own)
-      continue;
-    const Running running{*this};
-    run_waiting(lock);
-  }
+  waiter.over.wait(lock, [&] { return waiter.is_over; });
   return waiter.result;
 }
 

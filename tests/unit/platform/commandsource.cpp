@@ -340,16 +340,6 @@ TEST_F(Commands, OfManyWaitingThreadsAreAllAnswered) {
   EXPECT_EQ(ask(source_, [&] { return number(asked); }), number(threads * each));
 }
 
-TEST_F(Commands, AreTakenOverWhenNobodyIterates) {
-  gpointer results[2] = {};
-  std::thread first{[&] { results[0] = ask(source_, [] { return number(1); }); }};
-  std::thread second{[&] { results[1] = ask(source_, [] { return number(2); }); }};
-  first.join();
-  second.join();
-  EXPECT_EQ(results[0], number(1));
-  EXPECT_EQ(results[1], number(2));
-}
-
 TEST_F(Commands, MayFreeTheirSource) {
   CommandSource *source = give_up();
   queue(source, [&] {
