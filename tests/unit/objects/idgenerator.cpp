@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <latch>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -53,13 +54,15 @@ TEST(IdGenerator, SkipsWhatIsInUseUntilItIsReleased) {
 }
 
 TEST(IdGenerator, GivesEveryThreadIdsOfItsOwn) {
-  constexpr guint32 threads = 4, each = 2000;
+  constexpr guint32 threads = 4, each = 100000;
   const auto idgen = make_generator();
   std::array<std::vector<guint32>, threads> ids;
+  std::latch all_running{threads};
   {
     std::vector<std::jthread> running;
     for (auto &own : ids)
       running.emplace_back([&] {
+        all_running.arrive_and_wait();
         for (guint32 i = 0; i < each; ++i) {
           own.push_back(idgenerator_reserve(idgen.get()));
           idgenerator_release(idgen.get(), own.back());
