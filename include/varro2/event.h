@@ -106,11 +106,11 @@ VARRO2_API char *event_get_user_data_string(const Event *event) VARRO2_NOEXCEPT;
 /* ---- By key: NULL or FALSE for a key that is not there; texts are owned by the event ---- */
 
 /**
- * Sets the value of a key that the declaration left open.
+ * Sets the value of a key that was added without one.
  *
  * @param value points to a gint32, gboolean or double, or is the text itself, as the key's value
  *   type says; it is copied.
- * @return FALSE when the key is unknown or its value is fixed.
+ * @return FALSE when the key is unknown or was added with its value.
  */
 VARRO2_API gboolean event_set_value(Event *event, const char *key,
                                     const void *value) VARRO2_NOEXCEPT;

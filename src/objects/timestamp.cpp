@@ -2,15 +2,27 @@
 
 namespace varro2 {
 
+namespace {
+
+// The years 1 to 9999. Not every way to make a GDateTime looks at it before it counts in
+// microseconds, and a time that passes 64 bits would come out as some other one.
+bool is_calendar_time(gint64 unix_seconds) noexcept {
+  return unix_seconds >= -62135596800 && unix_seconds <= 253402300799;
+}
+
+} // namespace
+
 DateTimeRef read_timestamp(Reader &reader) {
   const guint32 microseconds = reader.u32();
   if (microseconds == no_timestamp)
     return {};
   gint64 seconds;
   std::memcpy(&seconds, reader.blob(sizeof seconds), sizeof seconds);
+  if (!is_calendar_time(seconds))
+    return {};
 
   auto timestamp = DateTimeRef::adopt(g_date_time_new_from_unix_utc(seconds));
-  if (!timestamp || microseconds == 0)
+  if (microseconds == 0)
     return timestamp;
   return DateTimeRef::adopt(g_date_time_add(timestamp.get(), static_cast<gint32>(microseconds)));
 }
@@ -18,6 +30,8 @@ DateTimeRef read_timestamp(Reader &reader) {
 G_GNUC_BEGIN_IGNORE_DEPRECATIONS
 
 DateTimeRef timestamp_from_timeval(GTimeVal time) {
+  if (!is_calendar_time(time.tv_sec))
+    return {};
   return DateTimeRef::adopt(g_date_time_new_from_timeval_utc(&time));
 }
 
