@@ -28,8 +28,8 @@ bool is_type_name(const char *type) noexcept {
 
 } // namespace
 
-std::array<const char *, 2> varro2::declaration_folders{"//usr/share/event/declarations.d",
-                                                        "//etc/event_switch/declarations.d"};
+constinit std::array<const char *, 2> varro2::declaration_folders{
+    "//usr/share/event/declarations.d", "//etc/event_switch/declarations.d"};
 
 EventDeclaration EventDeclaration::read(varro2::Reader &reader) {
   const guint8 type = reader.u8();

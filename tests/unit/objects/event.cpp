@@ -419,8 +419,6 @@ TEST(EventRecord, TimeThatNoCalendarHoldsIsNone) {
             nullptr);
 }
 
-using EventRecordDeathTest = testing::Test;
-
 TEST(EventRecordDeathTest, OfAnotherObject) {
   Bytes bytes = record_with_time(0, 0);
   bytes[0] = 0xF0;
