@@ -7,7 +7,7 @@
  * each operation and while its callbacks run; callbacks may call back into it. What sends on the
  * bus (consumer_init_dbus(), `consumer_send_*` save consumer_send_unsubscribe_prepare(),
  * `consumer_receive_*`) runs on the thread of the default main context, everything else on any
- * thread. The first argument is never NULL.
+ * thread.
  */
 #ifndef VARRO2_CONSUMER_H
 #define VARRO2_CONSUMER_H

@@ -7,7 +7,7 @@
  * Its lock is held during each operation and while its callbacks run; callbacks may call back into
  * it. What sends on the bus (producer_init_dbus(), `producer_send_*`, producer_add_declaration(),
  * producer_remove_declaration(), `producer_receive_*`) runs on the thread of the default main
- * context, everything else on any thread. The first argument is never NULL.
+ * context, everything else on any thread.
  */
 #ifndef VARRO2_PRODUCER_H
 #define VARRO2_PRODUCER_H
@@ -65,7 +65,8 @@ VARRO2_API Producer *producer_new(const char *name, ProducerSubscribersChanged s
  */
 VARRO2_API gboolean producer_init_dbus(Producer *producer, GError **error) VARRO2_NOEXCEPT;
 
-/** Stops all callbacks to the application, before the last reference is dropped. */
+/** Stops the reports on subscribers and the property hooks, before the last reference is dropped.
+ */
 VARRO2_API void producer_prepare_free(Producer *producer) VARRO2_NOEXCEPT;
 
 /**

@@ -1,0 +1,41 @@
+// From errors on the bus to the library's own.
+#pragma once
+
+#include "owning.hpp"
+
+#include <systemd/sd-bus.h>
+
+namespace varro2 {
+
+// Every code that has a name on the bus, in the order of the codes; ends as sd-bus wants it.
+extern const sd_bus_error_map event_error_map[];
+
+// An error that sd-bus fills in.
+class BusError {
+ public:
+  BusError() = default;
+  BusError(const BusError &) = delete;
+  BusError &operator=(const BusError &) = delete;
+  ~BusError() { sd_bus_error_free(&error_); }
+
+  sd_bus_error *get() noexcept { return &error_; }
+  const sd_bus_error &operator*() const noexcept { return error_; }
+
+ private:
+  sd_bus_error error_ = SD_BUS_ERROR_NULL;
+};
+
+// The error for the caller. number is the positive errno that sd-bus derived from the bus error:
+// the code, when the name is one of the event system's.
+OwnedError new_bus_failure(const sd_bus_error &error, int number);
+
+// What is reported where there is no connection to make a call on.
+OwnedError new_connection_failure();
+
+// The error of setting a connection up. status is the negative errno.
+void set_setup_error(GError **error, int status, const char *message);
+
+// Whether the answer says that nobody owns the bus name that was called.
+bool says_nobody_there(sd_bus_message *answer);
+
+} // namespace varro2

@@ -1,0 +1,120 @@
+#include "connection.hpp"
+
+#include "owning.hpp"
+
+namespace varro2 {
+
+namespace {
+
+// How long a retired connection waits while nothing moves, and in all. Milliseconds.
+constexpr guint farewell_patience = 2'000;
+constexpr gint64 farewell_limit = 60'000;
+
+gint64 now_in_milliseconds() {
+  return g_get_monotonic_time() / 1000;
+}
+
+} // namespace
+
+// Keeps a retired connection. Owned by a timer of the default main context, so that a process that
+// stops iterating it leaves nothing unowned behind.
+class Connection::Farewell {
+ public:
+  explicit Farewell(std::unique_ptr<Connection> connection)
+      : connection_{std::move(connection)}, answered_{connection_->window().answered()},
+        end_{now_in_milliseconds() + farewell_limit} {}
+
+  static void begin(std::unique_ptr<Connection> connection) {
+    Connection &kept = *connection;
+    const auto timer = SourceRef::adopt(g_timeout_source_new(farewell_patience));
+    g_source_set_callback(timer.get(), elapsed, new Farewell{std::move(connection)}, release);
+    // Not closed on the spot: this runs inside the connection's own dispatch. The timer owns the
+    // connection, not the other way round.
+    kept.settled_handler_ = [timer = timer.get()] { g_source_set_ready_time(timer, 0); };
+    g_source_attach(timer.get(), nullptr);
+  }
+
+ private:
+  static gboolean elapsed(gpointer user_data) noexcept {
+    return static_cast<Farewell *>(user_data)->go_on() ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
+  }
+  static void release(gpointer user_data) noexcept { delete static_cast<Farewell *>(user_data); }
+
+  // Whether there is something left to wait for.
+  bool go_on() {
+    const std::uint64_t before = std::exchange(answered_, connection_->window().answered());
+    const bool moving = answered_ != before;
+    return !connection_->settled() && moving && now_in_milliseconds() < end_;
+  }
+
+  std::unique_ptr<Connection> connection_;
+  std::uint64_t answered_;
+  gint64 end_;
+};
+
+std::unique_ptr<Connection> Connection::open(GError **error) {
+  GSource *source = nullptr;
+  sd_bus *bus = nullptr;
+  if (connect_to_bus_and_attach_events(&source, &bus, error) < 0) {
+    sd_bus_close_unref(bus);
+    return nullptr;
+  }
+  return std::unique_ptr<Connection>{new Connection{bus, source}};
+}
+
+Connection::Connection(sd_bus *bus, GSource *source)
+    : bus_{bus}, source_{SourceRef::share(source)}, window_{std::in_place, bus} {
+  window_->set_idle_handler([this] { note_settled(); });
+}
+
+Connection::~Connection() {
+  silence();
+  // What holds a slot holds the bus.
+  window_.reset();
+  leaving_.clear();
+  disconnect_from_bus_and_detach_events(source_.get(), bus_);
+}
+
+void Connection::silence() {
+  served_.reset();
+  calls_.clear();
+  watcher_ = {};
+}
+
+void Connection::retire(std::unique_ptr<Connection> connection) {
+  if (!connection)
+    return;
+  connection->silence();
+  if (connection->settled())
+    return;
+  Farewell::begin(std::move(connection));
+}
+
+int Connection::serve(const char *path, const char *interface, const sd_bus_vtable *vtable,
+                      void *object) {
+  return sd_bus_add_object_vtable(bus_, served_.out(), path, interface, vtable, object);
+}
+
+int Connection::watch_switch(BusWatcherCallback online, BusWatcherCallback offline,
+                             gpointer object) {
+  watcher_ = {.online = online, .offline = offline, .user_data = object};
+  return watch_bus_driver(bus_, &watcher_);
+}
+
+void Connection::call(sd_bus_message *message, PendingCalls::Answered answered) {
+  calls_.send(bus_, message, std::move(answered));
+}
+
+void Connection::take_leave(sd_bus_message *message) {
+  leaving_.send(bus_, message, [this](sd_bus_message *) {
+    note_settled();
+    return 0;
+  });
+}
+
+void Connection::note_settled() {
+  if (settled_handler_ && settled())
+    settled_handler_();
+}
+
+} // namespace varro2

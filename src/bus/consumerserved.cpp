@@ -1,0 +1,70 @@
+// What a consumer serves on the bus.
+#include "consumer.hpp"
+#include "log.hpp"
+#include "preconditions.hpp"
+
+using namespace varro2;
+
+namespace {
+
+using CredentialsRef = Counted<sd_bus_creds, sd_bus_creds_ref, sd_bus_creds_unref>;
+
+// Of the peer that sent the message; 4294967295 when it cannot be read, as when the peer has left.
+guint32 get_uid_from_message(sd_bus_message *m) {
+  CredentialsRef credentials;
+  uid_t uid = 0;
+  int r = sd_bus_query_sender_creds(m, SD_BUS_CREDS_UID | SD_BUS_CREDS_EUID, credentials.out());
+  if (r >= 0)
+    r = sd_bus_creds_get_euid(credentials.get(), &uid);
+  if (r < 0 && credentials)
+    r = sd_bus_creds_get_uid(credentials.get(), &uid);
+  if (r < 0) {
+    VARRO2_WARNING("%sFailed to retireve UID of the connection: %d", r);
+    return G_MAXUINT32;
+  }
+  return uid;
+}
+
+using Receive = void (*)(Consumer *, GByteArray *, guint32 token, guint32 uid);
+
+// The lock is not held any more when the answer goes out.
+void receive(const char *function, sd_bus_message *m, Consumer *consumer, Receive receiver) {
+  const LockedConsumer self{consumer};
+  GByteArray bytes = view_bytes(read_bytes(function, m));
+  guint32 token = 0;
+  const int r = sd_bus_message_read_basic(m, SD_BUS_TYPE_UINT32, &token);
+  VARRO2_ASSERT_AS(function, "r >= 0", r >= 0);
+  const guint32 uid = self->is_secure(token) ? get_uid_from_message(m) : 0;
+  receiver(consumer, &bytes, token, uid);
+}
+
+int consumer_receive_event_bus(sd_bus_message *m, void *self, sd_bus_error *) noexcept {
+  VARRO2_ASSERT(m != NULL);
+  VARRO2_ASSERT(self != NULL);
+  receive(__func__, m, static_cast<Consumer *>(self), consumer_receive_event);
+  return sd_bus_reply_method_return(m, nullptr);
+}
+
+int consumer_receive_notification_bus(sd_bus_message *m, void *self, sd_bus_error *) noexcept {
+  VARRO2_ASSERT(m != NULL);
+  VARRO2_ASSERT(self != NULL);
+  receive(__func__, m, static_cast<Consumer *>(self), consumer_receive_notification);
+  return sd_bus_reply_method_return(m, nullptr);
+}
+
+int consumer_get_name_bus(sd_bus *, const char *, const char *, const char *, sd_bus_message *reply,
+                          void *self, sd_bus_error *) noexcept {
+  VARRO2_ASSERT(self != NULL);
+  const LockedConsumer consumer{static_cast<Consumer *>(self)};
+  return sd_bus_message_append_basic(reply, SD_BUS_TYPE_STRING, consumer->name.c_str());
+}
+
+} // namespace
+
+const sd_bus_vtable varro2::consumer_vtable[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD("Event", "ayu", nullptr, consumer_receive_event_bus, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Notification", "ayu", nullptr, consumer_receive_notification_bus,
+                  SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_PROPERTY("Name", "s", consumer_get_name_bus, 0, SD_BUS_VTABLE_PROPERTY_CONST),
+    SD_BUS_VTABLE_END};

@@ -1,0 +1,112 @@
+// Keeps the calls of one connection within what a bus daemon allows.
+//
+// A daemon refuses calls beyond a number without an answer (128 by default), and whoever does not
+// wait for the answer never hears of it. One receiver that hangs would so cost all the others their
+// calls. Here each receiver has a number of calls on the way, all of them together have another,
+// and what exceeds that waits in the receiver's own queue, in order.
+#pragma once
+
+#include "pendingcalls.hpp"
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <span>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+namespace varro2 {
+
+// Told once how its call ended: with the answer, or with nullptr when the call was dropped. Not
+// told when the window goes first.
+using CallCompletion = std::function<void(sd_bus_message *answer)>;
+
+// A method call with the arguments that all calls to producers and consumers have: a payload or
+// none, then some numbers.
+struct WindowCall {
+  BusMethod method;
+  std::string object; // the object path
+  BytesRef payload{}; // shared between the receivers of one event; not changed any more
+  std::array<guint32, 3> numbers{};
+  std::size_t number_count = 0;
+  CallCompletion completion{};
+};
+
+WindowCall make_window_call(const BusMethod &method, const char *object, BytesRef payload,
+                            std::initializer_list<guint32> numbers, CallCompletion completion = {});
+
+struct SendLimits {
+  unsigned unanswered_per_receiver = 8;
+  unsigned unanswered = 96;
+  std::size_t queued_bytes = 4 * 1024 * 1024; // per receiver
+};
+
+// Belongs to one thread, the connection's. Completions may send again and may destroy the window.
+class SendWindow {
+ public:
+  // The connection outlives the window.
+  explicit SendWindow(sd_bus *bus, SendLimits limits = {});
+  SendWindow(const SendWindow &) = delete;
+  SendWindow &operator=(const SendWindow &) = delete;
+
+  // Sends the call, or queues it behind those to the same bus name.
+  void send(const char *receiver, WindowCall call);
+
+  // The receiver has left the bus: what waits for it is dropped.
+  void forget(const char *receiver);
+
+  bool idle() const noexcept { return queues_.empty(); }
+  std::size_t unanswered() const noexcept { return pending_.size(); }
+  std::size_t waiting() const noexcept { return waiting_; }
+
+  // Since the window was made.
+  std::uint64_t answered() const noexcept { return answered_; }
+  std::uint64_t dropped() const noexcept { return dropped_; }
+
+  // Called, as the last thing that the window does, whenever it has become idle by an answer.
+  void set_idle_handler(std::function<void()> handler) { idle_handler_ = std::move(handler); }
+
+ private:
+  struct Queue {
+    const std::string *receiver = nullptr; // its key in the table
+    std::list<WindowCall> waiting{};
+    std::size_t waiting_bytes = 0;
+    unsigned unanswered = 0;
+    std::uint64_t dropped = 0; // since the queue was last empty
+    bool in_line = false;      // for the connection's limit
+    bool in_use = false;       // stays in the table for now
+  };
+  struct Hash : std::hash<std::string_view> {
+    using is_transparent = void;
+  };
+  // A queue stands in here only while something is on the way or waiting.
+  using Queues = std::unordered_map<std::string, Queue, Hash, std::equal_to<>>;
+
+  Queue &queue_for(const char *receiver);
+  bool receiver_has_room(const Queue &queue) const;
+  bool connection_has_room() const;
+  int transmit(Queue &queue, WindowCall &call);
+  void enqueue(Queue &queue, WindowCall call);
+  void drop_oldest(Queue &queue, std::list<WindowCall> &dropped);
+  void drop_all(Queue &queue, std::list<WindowCall> &dropped);
+  void end_of_line(Queue &queue);
+  void pump(std::list<WindowCall> &dropped);
+  WindowCall take_first(Queue &queue);
+  void release_if_done(Queue &queue);
+  int answered(Queue &queue, const CallCompletion &completion, sd_bus_message *answer);
+  static void complete_dropped(std::list<WindowCall> dropped);
+
+  sd_bus *bus_;
+  SendLimits limits_;
+  Queues queues_;
+  std::list<Queue *> line_; // queues that only the connection's limit holds up, in turn
+  PendingCalls pending_;
+  std::size_t waiting_ = 0;
+  std::uint64_t answered_ = 0;
+  std::uint64_t dropped_ = 0;
+  std::function<void()> idle_handler_;
+};
+
+} // namespace varro2
