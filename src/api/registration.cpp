@@ -157,7 +157,8 @@ void varro2::declare_registered(EventProducer *event_producer, const EventDeclar
                                 EventProducerNotifyCallback notify, gpointer user_data) {
   event_producer_int_declare(event_producer, &declaration, local_declare_id, declared_callback,
                              notify, user_data);
-  if (params && local_declare_id != 0)
+  // A state that the template fixes is in the declaration already.
+  if (params && params->value && local_declare_id != 0)
     producer_add_callback_params(event_producer->producer.get(), local_declare_id, params);
 }
 

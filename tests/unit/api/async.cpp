@@ -147,9 +147,8 @@ TEST_F(AsyncProducers, SendReportsThroughTheCallbackAlone) {
 }
 
 TEST_F(AsyncProducers, SendsTheEventAsItWasAtTheCall) {
-  const auto declaration = text_declaration();
-  event_declaration_set_property(declaration.get(), NULL, NULL, NULL);
-  const guint32 id = async_producer_declare(producer, declaration.get(), NULL, NULL, NULL, NULL);
+  const guint32 id =
+      async_producer_declare(producer, text_property().get(), NULL, NULL, NULL, NULL);
   iterate_pending();
   const TestEvent event{async_producer_prepare_event(producer, id)};
   async_producer_send_event(producer, event.get(), note_send, &told);

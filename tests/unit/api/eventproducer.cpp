@@ -140,7 +140,7 @@ TEST_F(Producers, DeclaringUnderNoIdDoesNothing) {
 TEST_F(Producers, SameIdTwiceAborts) {
   event_producer_int_declare(producer, text_declaration().get(), 5, NULL, NULL, NULL);
   EXPECT_DEATH(event_producer_int_declare(producer, text_declaration().get(), 5, NULL, NULL, NULL),
-               "assertion failed");
+               "producer_allocate_decl_data: assertion failed");
 }
 
 TEST_F(Producers, PreparedEventIsACopyThatTheCallerOwns) {
@@ -210,10 +210,8 @@ TEST_F(Producers, NothingIsCompleteWithoutASwitch) {
 }
 
 TEST_F(Producers, WhatMayBeSent) {
-  const auto declaration = text_declaration();
-  const guint32 plain = event_producer_declare(producer, declaration.get());
-  event_declaration_set_property(declaration.get(), NULL, NULL, NULL);
-  const guint32 property = event_producer_declare(producer, declaration.get());
+  const guint32 plain = event_producer_declare(producer, text_declaration().get());
+  const guint32 property = event_producer_declare(producer, text_property().get());
   const TestEvent event{event_producer_prepare_event(producer, plain)};
   const TestEvent state{event_producer_prepare_event(producer, property)};
   GError *error = NULL;
@@ -254,9 +252,7 @@ TEST_F(Producers, ErrorSlotThatIsTakenEndsTheSend) {
 }
 
 TEST_F(Producers, SendLeavesTheCallersEventAlone) {
-  const auto declaration = text_declaration();
-  event_declaration_set_property(declaration.get(), NULL, NULL, NULL);
-  const guint32 id = event_producer_declare(producer, declaration.get());
+  const guint32 id = event_producer_declare(producer, text_property().get());
   const TestEvent event{event_producer_prepare_event(producer, id)};
   event_set_value(event.get(), "text", "on");
   EXPECT_TRUE(event_producer_send_event(producer, event.get(), NULL));
@@ -264,10 +260,8 @@ TEST_F(Producers, SendLeavesTheCallersEventAlone) {
 }
 
 TEST_F(Producers, SendCallbackHearsOfEveryEnd) {
-  const auto declaration = text_declaration();
-  const guint32 plain = event_producer_declare(producer, declaration.get());
-  event_declaration_set_property(declaration.get(), NULL, NULL, NULL);
-  const guint32 property = event_producer_declare(producer, declaration.get());
+  const guint32 plain = event_producer_declare(producer, text_declaration().get());
+  const guint32 property = event_producer_declare(producer, text_property().get());
   const TestEvent event{event_producer_prepare_event(producer, plain)};
   const TestEvent state{event_producer_prepare_event(producer, property)};
   event_set_value(state.get(), "text", "on");

@@ -74,6 +74,14 @@ inline TestDeclaration text_declaration() {
   return declaration;
 }
 
+// The same as a property, whose value the application has not said yet.
+inline TestDeclaration text_property() {
+  TestDeclaration declaration = text_declaration();
+  event_declaration_set_property(
+      declaration.get(), NULL, [](Event *event, gpointer) { return event; }, NULL);
+  return declaration;
+}
+
 inline TestExpression any_text() {
   TestExpression expression{subscribe_expression_new()};
   subscribe_expression_add_key(expression.get(), "text");

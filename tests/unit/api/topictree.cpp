@@ -1,5 +1,5 @@
-#include "nobus.hpp"
 #include "topictree.hpp"
+#include "nobus.hpp"
 
 using namespace varro2::test;
 
