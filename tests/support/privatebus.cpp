@@ -63,7 +63,6 @@ void PrivateBus::stop() {
 }
 
 void PrivateBus::start() {
-  std::filesystem::remove(folder_ + "/socket");
   daemon_ = std::make_unique<ChildProcess>(
       std::vector<std::string>{"dbus-daemon", "--nofork", "--nopidfile", "--print-address",
                                "--config-file=" + folder_ + "/bus.conf"});

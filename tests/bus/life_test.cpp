@@ -1,0 +1,301 @@
+// The switch and the bus come and go.
+#include "live.hpp"
+
+namespace varro2::test {
+namespace {
+
+class Life : public Live {
+ protected:
+  static constexpr const char *object = "/foreign/listener";
+
+  bool complete(const ProducerHandle &producer, guint32 local_id) {
+    return event_producer_declaration_complete(producer.get(), local_id);
+  }
+};
+
+TEST_F(Life, CallsBeforeTheLoopRunsAreSentWhenItDoes) {
+  switch_.come();
+  ProducerHandle producer{"hello"};
+  EXPECT_EQ(event_producer_declare(producer.get(), greeting().get()), 1U);
+  EXPECT_EQ(event_producer_declare(producer.get(), door().get()), 2U);
+  EXPECT_TRUE(send_door(producer.get(), 2, TRUE));
+  Failure failure;
+  EXPECT_FALSE(event_producer_send_event(
+      producer.get(), prepared_greeting(producer.get(), 1, "hi", 1).get(), failure.slot()));
+  EXPECT_TRUE(failure.is(EVENT_ERROR_NOT_REGISTERED,
+                         "The event has not been declared to the event switch. (The connection to "
+                         "the switch is likely to be broken)"));
+  EXPECT_EQ(switch_.count("Declare"), 0U);
+  ASSERT_TRUE(switch_.wait_for("Declare", 2));
+  EXPECT_EQ(switch_.calls("Declare")[0].bytes(2),
+            wire::declaration_record({0, 1, 0, false}, false, greeting_pairs()));
+}
+
+TEST_F(Life, AProducerThatIsThereFirstIsServedWhenTheSwitchComes) {
+  ProducerHandle producer{"hello"};
+  ConsumerHandle consumer{"listener"};
+  Inbox inbox;
+  event_producer_declare(producer.get(), greeting().get());
+  event_consumer_subscribe(consumer.get(), wants("topic0", "Greeting").get(), Inbox::on_event,
+                           &inbox);
+  // The bus has refused both calls by now: nobody owned the name.
+  ForeignPeer peer;
+  iterate_pending();
+  peer.fence("org.freedesktop.DBus");
+  switch_.come();
+  ASSERT_TRUE(switch_.wait_for("Declare"));
+  ASSERT_TRUE(switch_.wait_for("Subscribe"));
+  switch_.fence(switch_.calls("Declare").front().sender);
+  switch_.fence(switch_.calls("Subscribe").front().sender);
+  EXPECT_EQ(switch_.calls().size(), 2U);
+}
+
+TEST_F(Life, ARestartDeclaresAndSubscribesEverythingOnce) {
+  switch_.come();
+  ProducerHandle producer{"hello"};
+  ConsumerHandle consumer{"listener"};
+  FakeConsumer peer;
+  Inbox inbox;
+  const auto first = declare_fully(producer, greeting().get());
+  const auto second = declare_fully(producer, door().get());
+  const guint32 token = event_consumer_subscribe(consumer.get(), wants("topic0", "Greeting").get(),
+                                                 Inbox::on_event, &inbox);
+  ASSERT_TRUE(switch_.wait_for("Subscribe"));
+  subscribe(first, peer, object, 1, 11, {{"topic0", "Greeting"}});
+  EXPECT_EQ(producer.reports(), (std::vector<std::vector<guint32>>{{first.local_id}}));
+
+  for (std::size_t round = 1; round <= 20; ++round) {
+    switch_.leave();
+    ASSERT_TRUE(iterate_until([&] { return !complete(producer, first.local_id); }));
+    EXPECT_FALSE(complete(producer, second.local_id));
+    EXPECT_TRUE(producer.reports().back().empty());
+    Failure failure;
+    EXPECT_FALSE(event_producer_send_event(
+        producer.get(), prepared_greeting(producer.get(), first.local_id, "hi", 1).get(),
+        failure.slot()));
+    EXPECT_EQ(failure.get()->code, EVENT_ERROR_NOT_REGISTERED);
+
+    switch_.forget_calls();
+    switch_.come();
+    ASSERT_TRUE(switch_.wait_for("Declare", 2));
+    ASSERT_TRUE(switch_.wait_for("Subscribe"));
+    switch_.fence(first.declare.sender);
+    EXPECT_EQ(switch_.calls().size(), 3U);
+    EXPECT_EQ(switch_.calls("Subscribe").front().number(2), token);
+    EXPECT_EQ(switch_.calls("Subscribe").front().bytes(3),
+              wire::subscription({}, {{{"topic0", "Greeting"}}}));
+    identify(first);
+    subscribe(first, peer, object, 1, 11, {{"topic0", "Greeting"}});
+    EXPECT_EQ(producer.reports().back(), std::vector<guint32>{first.local_id});
+  }
+  EXPECT_EQ(producer.reports().size(), 41U);
+  peer.forget_calls();
+  EXPECT_TRUE(event_producer_send_event(
+      producer.get(), prepared_greeting(producer.get(), first.local_id, "hi", 1).get(), nullptr));
+  EXPECT_TRUE(peer.wait_for("Event"));
+}
+
+TEST_F(Life, AForgedSignalChangesNothing) {
+  switch_.come();
+  ProducerHandle producer{"hello"};
+  const auto declared = declare_fully(producer, greeting().get());
+  ForeignPeer forger;
+  for (const auto &[old_owner, new_owner] :
+       {std::pair{":1.1", ""}, {"", ":1.1"}, {":1.1", ":1.2"}, {"", ""}}) {
+    GError *error = nullptr;
+    g_dbus_connection_emit_signal(
+        forger.connection(), declared.declare.sender.c_str(), "/org/freedesktop/DBus",
+        "org.freedesktop.DBus", "NameOwnerChanged",
+        g_variant_new("(sss)", FakeSwitch::name, old_owner, new_owner), &error);
+    ASSERT_EQ(error, nullptr);
+  }
+  forger.fence(declared.declare.sender);
+  EXPECT_TRUE(complete(producer, declared.local_id));
+  switch_.fence(declared.declare.sender);
+  EXPECT_EQ(switch_.count("Declare"), 1U);
+}
+
+TEST_F(Life, UnknownIdsAreUndeclaredExactlyOnce) {
+  switch_.come();
+  ProducerHandle producer{"hello"};
+  const auto declared = declare_fully(producer, greeting().get());
+  const auto undeclared = [&] { return switch_.calls("Undeclare"); };
+
+  auto answer = switch_.global_declare_id(declared.declare, 55, 7055, 1);
+  EXPECT_EQ(answer.error_name, "");
+  EXPECT_EQ(answer.signature, "");
+  switch_.fence(declared.declare.sender);
+  ASSERT_EQ(undeclared().size(), 1U);
+  EXPECT_EQ(undeclared()[0].text(0), declared.declare.text(0));
+  EXPECT_EQ(undeclared()[0].number(1), 7055U);
+
+  answer = switch_.declaration_complete(declared.declare, 56, 7056);
+  EXPECT_EQ(answer.error_name, "");
+  EXPECT_EQ(answer.signature, "");
+  switch_.fence(declared.declare.sender);
+  ASSERT_EQ(undeclared().size(), 2U);
+  EXPECT_EQ(undeclared()[1].number(1), 7056U);
+
+  // What belongs to unknown declarations is answered and ignored.
+  EXPECT_EQ(switch_.unsubscribe(declared.declare, 1, 57).error_name, "");
+  EXPECT_EQ(switch_.refresh_property(declared.declare, 1, 57).error_name, "");
+  FakeConsumer peer;
+  EXPECT_EQ(switch_
+                .subscribe(declared.declare,
+                           wire::subscription({1, peer.unique_name(), object, 1, false},
+                                              {{{"topic0", "Greeting"}}}),
+                           57)
+                .error_name,
+            "");
+  switch_.fence(declared.declare.sender);
+  EXPECT_EQ(undeclared().size(), 2U);
+  EXPECT_TRUE(complete(producer, declared.local_id));
+}
+
+TEST_F(Life, AReleasedDeclarationIsUndeclaredWhenItsIdComes) {
+  switch_.come();
+  ProducerHandle producer{"hello"};
+  const auto declared = declare(producer, greeting().get());
+  EXPECT_TRUE(event_producer_undeclare(producer.get(), declared.local_id));
+  const auto answer = switch_.global_declare_id(declared.declare, declared.local_id, 700, 1);
+  EXPECT_EQ(answer.error_name, "");
+  switch_.fence(declared.declare.sender);
+  ASSERT_EQ(switch_.count("Undeclare"), 1U);
+  EXPECT_EQ(switch_.calls("Undeclare").front().number(1), 700U);
+}
+
+TEST_F(Life, CompletionIsToldOnce) {
+  switch_.come();
+  ProducerHandle producer{"hello"};
+  std::vector<guint32> completed;
+  const guint32 local_id = event_producer_declare_and_notify(
+      producer.get(), greeting().get(),
+      [](guint32 id, gpointer list) { static_cast<std::vector<guint32> *>(list)->push_back(id); },
+      &completed);
+  ASSERT_TRUE(switch_.wait_for("Declare"));
+  const Declared declared{local_id, local_id + 100, switch_.calls("Declare").front()};
+  EXPECT_FALSE(complete(producer, local_id));
+  switch_.global_declare_id(declared.declare, local_id, declared.global_id, 1);
+  EXPECT_TRUE(complete(producer, local_id));
+  EXPECT_TRUE(completed.empty());
+  switch_.declaration_complete(declared.declare, local_id, declared.global_id);
+  switch_.declaration_complete(declared.declare, local_id, declared.global_id);
+  EXPECT_EQ(completed, std::vector<guint32>{local_id});
+}
+
+TEST_F(Life, SubscribersAreReportedWhenTheyBeginAndEnd) {
+  switch_.come();
+  FakeConsumer peer;
+  ProducerHandle producer{"hello"};
+  const auto declared = declare_fully(producer, greeting().get());
+  const wire::AndList all{{"topic0", "Greeting"}};
+  subscribe(declared, peer, object, 1, 11, all, true);
+  EXPECT_TRUE(producer.reports().empty()); // clandestine
+  subscribe(declared, peer, object, 2, 12, all);
+  subscribe(declared, peer, object, 3, 13, all);
+  EXPECT_EQ(producer.reports(), (std::vector<std::vector<guint32>>{{declared.local_id}}));
+
+  EXPECT_TRUE(event_producer_send_event(
+      producer.get(), prepared_greeting(producer.get(), declared.local_id, "hi", 1).get(),
+      nullptr));
+  ASSERT_TRUE(peer.wait_for("Event", 3));
+  std::vector<std::uint32_t> tokens;
+  for (const auto &call : peer.calls("Event"))
+    tokens.push_back(call.number(1));
+  EXPECT_EQ(tokens, (std::vector<std::uint32_t>{11, 12, 13})); // in the order of arrival
+
+  switch_.unsubscribe(declared.declare, 2, declared.local_id);
+  EXPECT_EQ(producer.reports().size(), 1U);
+  switch_.unsubscribe(declared.declare, 3, declared.local_id);
+  ASSERT_EQ(producer.reports().size(), 2U);
+  EXPECT_TRUE(producer.reports().back().empty());
+  switch_.unsubscribe(declared.declare, 3, declared.local_id);
+  EXPECT_EQ(producer.reports().size(), 2U);
+}
+
+TEST_F(Life, WithoutABusAHandleIsReturnedAndOneLineSaysWhy) {
+  bus_.stop();
+  {
+    ProducerHandle producer{"hello"};
+    ConsumerHandle consumer{"listener"};
+    ASSERT_NE(producer.get(), nullptr);
+    ASSERT_NE(consumer.get(), nullptr);
+    const guint32 local_id = event_producer_declare(producer.get(), greeting().get());
+    EXPECT_EQ(local_id, 1U);
+    Failure failure;
+    EXPECT_FALSE(event_producer_send_event(
+        producer.get(), prepared_greeting(producer.get(), local_id, "hi", 1).get(),
+        failure.slot()));
+    EXPECT_EQ(failure.get()->code, EVENT_ERROR_NOT_REGISTERED);
+    Inbox inbox;
+    const guint32 token =
+        event_consumer_subscribe(consumer.get(), wants("a", "b").get(), Inbox::on_event, &inbox);
+    EXPECT_EQ(token, 1U);
+    iterate_pending();
+    EXPECT_TRUE(event_consumer_refresh(consumer.get(), token, nullptr));
+    EXPECT_TRUE(event_consumer_unsubscribe(consumer.get(), token, nullptr));
+    EXPECT_TRUE(event_producer_undeclare(producer.get(), local_id));
+    Failure no_state;
+    EXPECT_EQ(
+        event_consumer_get_property_state(consumer.get(), wants("a", "b").get(), no_state.slot()),
+        nullptr);
+    EXPECT_TRUE(no_state.is_set());
+    iterate_pending();
+  }
+  const auto criticals = log_.texts(G_LOG_LEVEL_CRITICAL);
+  ASSERT_EQ(criticals.size(), 2U);
+  for (const auto &line : criticals)
+    EXPECT_EQ(line, "Failed to setup dbus: Failed to connect to bus (-2)"); // ENOENT
+  expect_quiet_log_ = false;
+}
+
+TEST_F(Life, TheBusGoesAway) {
+  switch_.come();
+  auto producer = std::make_unique<ProducerHandle>("hello");
+  auto consumer = std::make_unique<ConsumerHandle>("listener");
+  FakeConsumer peer;
+  Inbox inbox;
+  const auto declared = declare_fully(*producer, greeting().get());
+  subscribe(declared, peer, object, 1, 11, {{"topic0", "Greeting"}});
+  event_consumer_subscribe(consumer->get(), wants("topic0", "Greeting").get(), Inbox::on_event,
+                           &inbox);
+  ASSERT_TRUE(switch_.wait_for("Subscribe"));
+  bus_.stop();
+  ASSERT_TRUE(iterate_until([&] { return g_dbus_connection_is_closed(switch_.connection()); }));
+  // Everything can still be called.
+  for (int i = 0; i < 5; ++i) {
+    event_producer_send_event(producer->get(),
+                              prepared_greeting(producer->get(), declared.local_id, "hi", i).get(),
+                              nullptr);
+    iterate_pending();
+  }
+  event_producer_declare(producer->get(), door().get());
+  event_consumer_subscribe(consumer->get(), wants("a", "b").get(), Inbox::on_event, &inbox);
+  Failure failure;
+  EXPECT_EQ(
+      event_consumer_get_property_state(consumer->get(), wants("a", "b").get(), failure.slot()),
+      nullptr);
+  EXPECT_TRUE(failure.is_set());
+  iterate_pending();
+  producer.reset();
+  consumer.reset();
+  expect_quiet_log_ = false;
+}
+
+TEST_F(Life, FreeingSendsWhatWasQueuedBefore) {
+  switch_.come();
+  FakeConsumer peer;
+  ProducerHandle producer{"hello"};
+  const auto declared = declare_fully(producer, greeting().get());
+  subscribe(declared, peer, object, 1, 11, {{"topic0", "Greeting"}});
+  for (int i = 0; i < 500; ++i)
+    ASSERT_TRUE(event_producer_send_event(
+        producer.get(), prepared_greeting(producer.get(), declared.local_id, "hi", i).get(),
+        nullptr));
+  producer.free();
+  ASSERT_TRUE(peer.wait_for("Event", 500));
+  ASSERT_TRUE(switch_.wait_for("Disconnect"));
+}
+
+} // namespace
+} // namespace varro2::test
