@@ -110,7 +110,8 @@ VARRO2_API gboolean event_consumer_unsubscribe(EventConsumer *event_consumer, gu
 
 /**
  * Asks the switch for the present state of a property. Waits for the answer, at most a minute; from
- * another thread than that of the main context it also waits for that thread.
+ * another thread than that of the main context it also waits for that thread. That thread does
+ * nothing else meanwhile, so a producer that it serves cannot answer.
  * @param error may be NULL. EVENT_ERROR_DBUS_FAILED, or the code of the switch's answer.
  * @return a new property state, for property_state_free(); NULL on failure.
  */
