@@ -61,18 +61,16 @@ Pair *Inspectable::store(const PairFields &fields) {
 }
 
 void Inspectable::add(const PairFields &fields, const GList *tags) {
-  AndList &and_list = current();
-  Pair *pair = nullptr;
-  if (type == IT_EVENT_DECLARATION && !fields.key_wildcard)
-    if (const Bucket *bucket = and_list.keys.find(fields.key)) {
-      // The later declaration of a key wins; its place and its memory stay.
-      pair = bucket->first;
-      pair->restart(fields);
-    }
-  if (pair == nullptr) {
-    pair = store(fields);
+  VARRO2_ASSERT_AS("inspectable_add_key_value_internal", "and_list != NULL", !and_lists_.empty());
+  AndList &and_list = and_lists_.back();
+  Bucket *declared = type == IT_EVENT_DECLARATION && !fields.key_wildcard
+                         ? and_list.keys.find(fields.key)
+                         : nullptr;
+  Pair *pair = declared != nullptr ? declared->first : store(fields);
+  if (declared != nullptr)
+    redeclare(*declared, fields);
+  else
     and_list.add(arena_, pair);
-  }
   for (; tags != nullptr; tags = tags->next)
     if (!varro2::has_tag(pair->tags, static_cast<const char *>(tags->data)))
       pair->append_tag(varro2::view_of(static_cast<const char *>(tags->data)), arena_);
@@ -86,18 +84,22 @@ void Inspectable::add_tag(std::string_view tag) {
   last_tag_ = node;
 }
 
-const AndList &Inspectable::current() const noexcept {
-  VARRO2_ASSERT_AS("inspectable_get_current", "and_list != NULL", !and_lists_.empty());
-  return and_lists_.back();
+// The later declaration of a key wins; its place and its memory stay.
+void Inspectable::redeclare(Bucket &bucket, const PairFields &fields) {
+  bucket.first->restart(fields);
+  for (Pair *pair = std::exchange(bucket.first->next, nullptr); pair != nullptr;)
+    std::exchange(pair, pair->next)->~Pair();
+  bucket.last = bucket.first;
+  bucket.size = 1;
 }
 
-AndList &Inspectable::current() noexcept {
-  return const_cast<AndList &>(std::as_const(*this).current());
+const Bucket *Inspectable::bucket_of(const char *key) const noexcept {
+  const GQuark quark = varro2::find_interned(key);
+  return quark != 0 && !and_lists_.empty() ? and_lists_.back().keys.find(quark) : nullptr;
 }
 
 const Pair *Inspectable::find(const char *key) const noexcept {
-  const GQuark quark = varro2::find_interned(key);
-  const Bucket *bucket = quark != 0 ? current().keys.find(quark) : nullptr;
+  const Bucket *bucket = bucket_of(key);
   return bucket != nullptr ? bucket->first : nullptr;
 }
 
@@ -106,17 +108,16 @@ Pair *Inspectable::find(const char *key) noexcept {
 }
 
 guint32 Inspectable::key_count() const noexcept {
-  return positions_hidden_ ? 0 : current().keys.size();
+  return positions_hidden_ || and_lists_.empty() ? 0 : and_lists_.back().keys.size();
 }
 
 const Pair *Inspectable::at(guint32 position) const noexcept {
-  return position < key_count() ? current().keys[position].first : nullptr;
+  return position < key_count() ? and_lists_.back().keys[position].first : nullptr;
 }
 
 guint32 Inspectable::position_of(const char *key) const noexcept {
-  const GQuark quark = varro2::find_interned(key);
-  const Bucket *bucket = quark != 0 && !positions_hidden_ ? current().keys.find(quark) : nullptr;
-  return bucket != nullptr ? current().keys.position_of(*bucket) : INSPECTABLE_NO_INDEX;
+  const Bucket *bucket = positions_hidden_ ? nullptr : bucket_of(key);
+  return bucket != nullptr ? and_lists_.back().keys.position_of(*bucket) : INSPECTABLE_NO_INDEX;
 }
 
 std::size_t Inspectable::storage_size() const noexcept {

@@ -46,10 +46,8 @@ struct Inspectable final {
   void add(const varro2::PairFields &fields, const GList *tags = nullptr);
   void add_tag(std::string_view tag);
 
-  // The current and-list; there is none only in a container read from a record without any.
-  const varro2::AndList &current() const noexcept;
-  varro2::AndList &current() noexcept;
-  // The first pair of the key in the current and-list, or null.
+  // The first pair of the key in the current and-list, or null. There is no current and-list only
+  // in a container read from a record without any.
   const varro2::Pair *find(const char *key) const noexcept;
   varro2::Pair *find(const char *key) noexcept;
   // How many keys the positional accessors see, and the pair at a position or null.
@@ -70,6 +68,8 @@ struct Inspectable final {
   std::size_t storage_size() const noexcept;
   void copy_pairs(varro2::AndList &to, const varro2::AndList &from);
   varro2::Pair *store(const varro2::PairFields &fields);
+  void redeclare(varro2::Bucket &bucket, const varro2::PairFields &fields);
+  const varro2::Bucket *bucket_of(const char *key) const noexcept;
   varro2::Bucket read_bucket(varro2::Reader &reader);
   void read_and_list(varro2::Reader &reader);
   void destroy_pairs() noexcept;

@@ -107,8 +107,10 @@ gboolean inspectable_set_nice_names(Inspectable *inspect, const char *key,
   Pair *pair = inspect->find(key);
   if (pair == nullptr)
     return FALSE;
+  // The names may change places.
+  varro2::OwnedText former;
   if (key_nice_name != nullptr)
-    pair->set_text(varro2::text_key_nice_name, key_nice_name);
+    former = pair->set_text(varro2::text_key_nice_name, key_nice_name);
   if (value_nice_name != nullptr)
     pair->set_text(varro2::text_value_nice_name, value_nice_name);
   return TRUE;

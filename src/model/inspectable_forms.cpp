@@ -93,11 +93,11 @@ XmlNode *inspectable_serialize_xml(const Inspectable *insp) noexcept {
 
 Inspectable *inspectable_deserialize_xml(const XmlNode *node, guint32 type) noexcept {
   VARRO2_ASSERT(node != NULL);
-  VARRO2_ASSERT(type <= IT_PROPERTY_STATE);
   if (node->children == nullptr) {
     VARRO2_WARNING("%sThere are no expressions in the xml");
     return nullptr;
   }
+  VARRO2_ASSERT(type <= IT_PROPERTY_STATE);
   auto inspect = std::make_unique<Inspectable>(type);
   bool first = true;
   for (const GList *child = node->children; child != nullptr; child = child->next)

@@ -168,7 +168,7 @@ gboolean inspectable_is_complete(const Inspectable *inspect) noexcept {
   VARRO2_ASSERT(inspect->type == IT_EVENT_DECLARATION || inspect->type == IT_EVENT);
   VARRO2_ASSERT_AS("inspectable_is_complete", "g_list_length(inspect->and_lists) == 1",
                    inspect->and_lists().size() == 1);
-  for (const Bucket &bucket : inspect->current().keys)
+  for (const Bucket &bucket : inspect->and_lists().back().keys)
     if (bucket.first->value_wildcard && bucket.first->value_settable)
       return FALSE;
   return TRUE;

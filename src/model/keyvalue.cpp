@@ -113,6 +113,9 @@ gboolean key_value_is_equal(const KeyValue *key_value1, const KeyValue *key_valu
 void key_value_is_contained(const KeyValue *key_value_container,
                             const KeyValue *key_value_containee, guint32 *fail,
                             guint32 *matched) noexcept {
+  VARRO2_ASSERT(key_value_containee != NULL);
+  VARRO2_ASSERT(fail != NULL);
+  VARRO2_ASSERT(matched != NULL);
   if (key_value_container == nullptr) {
     if (!key_value_containee->negated)
       *fail = TRUE;

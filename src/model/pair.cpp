@@ -1,6 +1,5 @@
 #include "pair.hpp"
 
-#include "owning.hpp"
 #include "preconditions.hpp"
 #include "quarks.hpp"
 
@@ -127,15 +126,15 @@ Pair::~Pair() {
   }
 }
 
-void Pair::set_text(Text which, std::string_view text) {
+OwnedText Pair::set_text(Text which, std::string_view text) {
   char *&member = this->*text_members[which];
   if (which == text_value && text.size() < value_capacity_) {
     std::memmove(member, text.data(), text.size());
     member[text.size()] = '\0';
-    return;
+    return nullptr;
   }
   const auto bit = static_cast<guint16>(1u << which);
-  char *const old = (own_texts_ & bit) != 0 ? member : nullptr;
+  OwnedText former{(own_texts_ & bit) != 0 ? member : nullptr};
   if (text.empty()) {
     member = const_cast<char *>(no_text);
     own_texts_ &= static_cast<guint16>(~bit);
@@ -145,7 +144,7 @@ void Pair::set_text(Text which, std::string_view text) {
   }
   if (which == text_value)
     value_capacity_ = text.empty() ? 0 : static_cast<guint32>(text.size() + 1);
-  g_free(old);
+  return former;
 }
 
 void Pair::restart(const PairFields &fields) {

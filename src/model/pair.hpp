@@ -5,6 +5,7 @@
 #pragma once
 
 #include "arena.hpp"
+#include "owning.hpp"
 
 #include <varro2/keyvalue.h>
 
@@ -70,8 +71,9 @@ struct Pair final : KeyValue {
   Pair &operator=(const Pair &) = delete;
   ~Pair();
 
-  // Replaces a text, in place where it fits. The new text may be the old one.
-  void set_text(Text which, std::string_view text);
+  // Replaces a text, a value in place where it fits. The new text may lie in the old one; what was
+  // the pair's own before is handed out, alive.
+  OwnedText set_text(Text which, std::string_view text);
   void set_value(std::string_view text) {
     set_text(text_value, text);
     value_wildcard = FALSE;

@@ -1,0 +1,73 @@
+#include "allocations.hpp"
+
+#include <atomic>
+#include <malloc.h>
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define SANITIZED 1
+#include <sanitizer/allocator_interface.h>
+#endif
+
+namespace {
+
+constinit thread_local std::size_t count = 0;
+constinit std::atomic<std::size_t> held = 0;
+
+} // namespace
+
+#ifdef SANITIZED
+
+// A sanitizer has an allocator of its own and calls these.
+extern "C" void __sanitizer_malloc_hook(const volatile void *, std::size_t size) {
+  ++count;
+  held += size;
+}
+extern "C" void __sanitizer_free_hook(const volatile void *memory) {
+  if (memory != nullptr)
+    held -= __sanitizer_get_allocated_size(memory);
+}
+
+#else
+
+extern "C" {
+
+void *__libc_malloc(std::size_t size);
+void *__libc_calloc(std::size_t items, std::size_t size);
+void *__libc_realloc(void *memory, std::size_t size);
+void __libc_free(void *memory);
+
+static void *counted(void *memory) {
+  ++count;
+  held += memory != nullptr ? malloc_usable_size(memory) : 0;
+  return memory;
+}
+static void forget(void *memory) {
+  held -= memory != nullptr ? malloc_usable_size(memory) : 0;
+}
+
+void *malloc(std::size_t size) {
+  return counted(__libc_malloc(size));
+}
+void *calloc(std::size_t items, std::size_t size) {
+  return counted(__libc_calloc(items, size));
+}
+void *realloc(void *memory, std::size_t size) {
+  forget(memory);
+  return counted(__libc_realloc(memory, size));
+}
+void free(void *memory) {
+  forget(memory);
+  __libc_free(memory);
+}
+
+} // extern "C"
+
+#endif
+
+std::size_t varro2::test::allocation_count() {
+  return count;
+}
+
+std::size_t varro2::test::bytes_held() {
+  return held;
+}
