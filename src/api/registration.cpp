@@ -87,7 +87,8 @@ OwnedError Registration::read_template() {
   const OwnedRaw raw{inspectable_get_raw(inspectable())};
   VARRO2_ASSERT_AS("event_producer_int_register_list", "g_list_length(raw_data) == 1",
                    raw && !raw->next);
-  for (GList *entry = static_cast<GList *>(raw->data); entry; entry = entry->next) {
+  // The plain copy holds the template's last key first.
+  for (GList *entry = g_list_last(static_cast<GList *>(raw->data)); entry; entry = entry->prev) {
     const auto *kv = static_cast<const KeyValueRaw *>(entry->data);
     VARRO2_ASSERT_AS("event_producer_int_register_list", "kv->key != NULL", kv->key != nullptr);
     if (!kv->value)
