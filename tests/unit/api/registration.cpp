@@ -222,7 +222,6 @@ TEST_F(Types, KeyThatIsNotOpenIsUnknown) {
 TEST_F(Types, TwoPropertyKeysAreRefused) {
   write("Two", topic + open_key(R"(key="a")", property) + open_key(R"(key="b")", property));
   const Failure failure = build_with("Two");
-  // The raw form lists the last key first.
   EXPECT_EQ(failure, registration_failure(14, "Got multiple property state tags: key 'b' and 'a' "
                                               "to declaration Two"));
 }
