@@ -7,20 +7,34 @@
 #include <cstdio>
 #include <string>
 
-// "tns1:topic0=Monitoring load=7.3"; a value with white space is put in quotes.
+// The value at a position as people write it. Values are kept as text; a number of type double
+// reads better when it is asked for as one.
+inline std::string value_text(const Event *event, guint32 position) {
+  double number = 0;
+  if (event_get_type_at(event, position) == VALUE_TYPE_DOUBLE &&
+      event_get_typed_value_at(event, position, &number)) {
+    char digits[32];
+    std::snprintf(digits, sizeof digits, "%g", number);
+    return digits;
+  }
+  const std::string text = event_get_value_at(event, position);
+  const bool plain = !text.empty() && text.find_first_of(" \t\n\"") == std::string::npos;
+  return plain ? text : '"' + text + '"';
+}
+
+// "tns1:topic0=Monitoring load_percent=7.3"; a key whose value is still open stands alone, a value
+// with white space in quotes.
 inline std::string event_text(const Event *event) {
   std::string text;
   for (guint32 i = 0; i < event_get_key_count(event); ++i) {
     const char *name_space = event_get_name_space_at(event, i);
-    const char *value = event_get_value_at(event, i);
-    const std::string shown = value ? value : "";
-    const bool quoted = shown.empty() || shown.find_first_of(" \t\n\"") != std::string::npos;
     if (!text.empty())
       text += ' ';
     if (name_space && *name_space)
       text += std::string{name_space} + ':';
     text += event_get_key_at(event, i);
-    text += quoted ? "=\"" + shown + '"' : '=' + shown;
+    if (event_has_value_at(event, i))
+      text += '=' + value_text(event, i);
   }
   return text;
 }

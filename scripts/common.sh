@@ -5,6 +5,7 @@
 #                            the machine's own bus is never touched
 # switch_start PROGRAM       starts the switch and waits until it has its name; sets switch_pid
 # private_bus_stop           ends both
+# end_process SIGNAL PID     ends a process that one of these has started
 
 use_compiler_cache() {
   command -v ccache >/dev/null || return 0
@@ -32,15 +33,17 @@ private_bus_start() {
   </policy>
 </busconfig>
 CONFIGURATION
-  dbus-daemon --nofork --nopidfile --config-file="$folder/bus.conf" &
+  dbus-daemon --nofork --nopidfile --config-file="$folder/bus.conf" 2>"$folder/bus.log" &
   bus_pid=$!
+  disown "$bus_pid"
   export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$folder/socket
-  wait_until "the message bus" "$bus_pid" test -S "$folder/socket"
+  wait_until "the message bus" "$bus_pid" test -S "$folder/socket" || { cat "$folder/bus.log" >&2; return 1; }
 }
 
 switch_start() {
   "$1" &
   switch_pid=$!
+  disown "$switch_pid" # the shell would report how it ended
   wait_until "the switch" "$switch_pid" switch_has_name
 }
 
@@ -64,11 +67,21 @@ wait_until() {
   return 1
 }
 
+# end_process SIGNAL PID: returns when it is gone; kills it when it takes longer than ten seconds.
+end_process() {
+  local tries
+  kill "-$1" "$2" 2>/dev/null || return 0
+  for ((tries = 0; tries < 500; ++tries)); do
+    sleep 0.02
+    kill -0 "$2" 2>/dev/null || return 0
+  done
+  kill -KILL "$2" 2>/dev/null || true
+}
+
 private_bus_stop() {
   local pid
   for pid in $switch_pid $bus_pid; do
-    kill "$pid" 2>/dev/null || true
-    wait "$pid" 2>/dev/null || true
+    end_process TERM "$pid"
   done
   switch_pid= bus_pid=
 }

@@ -2,6 +2,8 @@
 
 #include "../eventtext.hpp"
 
+#include <utility>
+
 Ledger::~Ledger() {
   if (idle_)
     g_source_remove(idle_);
@@ -9,6 +11,10 @@ Ledger::~Ledger() {
 
 void Ledger::accepted(guint32 local_id, bool property, std::string text) {
   open_.push_back({local_id, property, subscribed_.contains(local_id), false, std::move(text)});
+  settle_later();
+}
+
+void Ledger::settle_later() {
   if (idle_)
     return;
   // Below the producer's own queue, so that it has run when this does.
@@ -21,9 +27,9 @@ void Ledger::accepted(guint32 local_id, bool property, std::string text) {
       this);
 }
 
-void Ledger::refused(const std::string &text, const char *reason) {
+void Ledger::refused(const std::string &text, const GError *error) {
   ++refused_;
-  print_line("refused", text + " (" + reason + ")");
+  print_line("refused", text + " (code " + std::to_string(error->code) + ")");
 }
 
 void Ledger::subscribers_changed(const GArray *local_ids) {
@@ -32,13 +38,16 @@ void Ledger::subscribers_changed(const GArray *local_ids) {
     subscribed_.insert(g_array_index(local_ids, guint32, i));
   for (auto &entry : open_)
     entry.ended = entry.ended || !subscribed_.contains(entry.local_id);
-  print_line("note", std::to_string(subscribed_.size()) + " declarations have subscribers");
+  news_ = true;
+  settle_later();
 }
 
 void Ledger::settle() {
   for (const auto &entry : open_)
     enter(entry);
   open_.clear();
+  if (std::exchange(news_, false))
+    print_line("note", std::to_string(subscribed_.size()) + " declarations have subscribers");
 }
 
 void Ledger::enter(const Entry &entry) {

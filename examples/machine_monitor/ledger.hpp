@@ -17,7 +17,7 @@ class Ledger {
   Ledger &operator=(const Ledger &) = delete;
 
   void accepted(guint32 local_id, bool property, std::string text);
-  void refused(const std::string &text, const char *reason);
+  void refused(const std::string &text, const GError *error);
   void subscribers_changed(const GArray *local_ids);
   // Enters what is still open. Only when the producer has run everything.
   void settle();
@@ -33,9 +33,11 @@ class Ledger {
     std::string text;
   };
   void enter(const Entry &entry);
+  void settle_later();
 
   std::vector<Entry> open_;
   std::set<guint32> subscribed_;
+  bool news_ = false; // the subscribers have changed
   guint idle_ = 0;
   guint64 sent_ = 0;
   guint64 kept_ = 0;    // a property without subscribers: the next one gets the latest value

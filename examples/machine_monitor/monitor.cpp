@@ -109,7 +109,7 @@ void Monitor::send(Source &source) {
     source.number = number;
     ledger_.accepted(source.local_id, source.property, event_text(event));
   } else {
-    ledger_.refused(event_text(event), error->message);
+    ledger_.refused(event_text(event), error);
     g_error_free(error);
   }
   event_free(event);
