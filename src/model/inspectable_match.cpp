@@ -52,25 +52,36 @@ class Marks {
   std::vector<bool> more_;
 };
 
+constexpr const char *contains = "inspectable_contains";
+
+// A bucket is found by the value of its first test; only a broken record has others in it.
+void require_value(const Bucket &tests, const char *value) {
+  for (const Pair *test = tests.first->next; test != nullptr; test = test->next)
+    VARRO2_ASSERT_AS(contains,
+                     "strcmp(container_key_value->value, containee_key_value->value) == 0",
+                     std::strcmp(value, test->value) == 0);
+}
+
 // The tests of any key. A fact with an open value fits every plain test and decides nothing for
 // a negated one; negated facts do not count.
 bool fits_wildcards(const AndList &facts, const AndList &tests) {
-  static constexpr const char *function = "inspectable_contains";
   bool any_open = false;
   Marks met{tests.wildcards.size()};
   varro2::for_each_pair(facts.keys, [&](const Pair &fact) {
-    VARRO2_ASSERT_AS(function, "container_key_value->key_wildcard == FALSE", !fact.key_wildcard);
+    VARRO2_ASSERT_AS(contains, "container_key_value->key_wildcard == FALSE", !fact.key_wildcard);
     if (fact.negated)
       return;
-    if (fact.value_wildcard)
+    if (fact.value_wildcard) {
       any_open = true;
-    else if (const Bucket *bucket = tests.wildcards.find(fact.value))
+    } else if (const Bucket *bucket = tests.wildcards.find(fact.value)) {
+      require_value(*bucket, fact.value);
       met.set(tests.wildcards.position_of(*bucket));
+    }
   });
   for (const Bucket &bucket : tests.wildcards) {
     const bool equal = met[tests.wildcards.position_of(bucket)];
     for (const Pair *test = bucket.first; test != nullptr; test = test->next) {
-      VARRO2_ASSERT_AS(function, "key_value->key_wildcard == TRUE", test->key_wildcard);
+      VARRO2_ASSERT_AS(contains, "key_value->key_wildcard == TRUE", test->key_wildcard);
       if (test->negated ? equal : !equal && !any_open)
         return false;
     }
