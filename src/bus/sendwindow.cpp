@@ -167,7 +167,7 @@ void SendWindow::pump(std::list<WindowCall> &dropped) {
     if (r < 0)
       dropped.push_back(std::move(call));
     // Without a connection all the others would fail alike, each with its own line in the log.
-    if (r == -ENOTCONN)
+    if (r == -ENOTCONN || r == -ECONNRESET)
       drop_all(queue, dropped);
     end_of_line(queue);
     release_if_done(queue);

@@ -1,0 +1,236 @@
+#include "directbus.hpp"
+#include "logcapture.hpp"
+#include "sendwindow.hpp"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+
+namespace varro2::test {
+namespace {
+
+BytesRef payload_of(std::size_t size) {
+  BytesRef payload = new_bytes();
+  g_byte_array_set_size(payload.get(), static_cast<guint>(size));
+  memset(payload->data, 7, size);
+  return payload;
+}
+
+class SendWindowTest : public ::testing::Test {
+ protected:
+  void open(SendLimits limits) { window.emplace(bus.near(), limits); }
+
+  void send(const char *receiver, guint32 number, std::size_t size = 16,
+            CallCompletion completion = {}) {
+    window->send(receiver, make_window_call(served_consumer::event, "/o", payload_of(size),
+                                            {number}, std::move(completion)));
+    bus.run();
+  }
+
+  std::vector<guint32> numbers() const {
+    std::vector<guint32> all;
+    for (std::size_t i = 0; i < bus.size(); ++i)
+      all.push_back(bus.number(i));
+    return all;
+  }
+
+  std::vector<guint32> numbers_of(const char *receiver) const {
+    std::vector<guint32> all;
+    for (std::size_t i = 0; i < bus.size(); ++i)
+      if (bus.receiver(i) == receiver)
+        all.push_back(bus.number(i));
+    return all;
+  }
+
+  DirectBus bus;
+  std::optional<SendWindow> window{std::in_place, bus.near()};
+};
+
+using Numbers = std::vector<guint32>;
+
+TEST_F(SendWindowTest, LetsEightThroughToAReceiver) {
+  for (guint32 i = 1; i <= 20; ++i)
+    send("a.b", i);
+  EXPECT_EQ(numbers(), (Numbers{1, 2, 3, 4, 5, 6, 7, 8}));
+  EXPECT_EQ(window->waiting(), 12u);
+  bus.answer(3);
+  EXPECT_EQ(numbers(), (Numbers{1, 2, 3, 5, 6, 7, 8, 9}));
+}
+
+TEST_F(SendWindowTest, KeepsTheOrderToTheEnd) {
+  for (guint32 i = 1; i <= 100; ++i)
+    send("a.b", i);
+  for (guint32 i = 1; i <= 100; ++i) {
+    ASSERT_EQ(bus.number(0), i);
+    bus.answer(0);
+  }
+  EXPECT_TRUE(window->idle());
+  EXPECT_EQ(window->answered(), 100u);
+  EXPECT_EQ(window->dropped(), 0u);
+}
+
+TEST_F(SendWindowTest, DoesNotLetOneReceiverHoldUpAnother) {
+  for (guint32 i = 1; i <= 500; ++i)
+    send("hangs.there", i);
+  send("a.b", 1000);
+  EXPECT_EQ(numbers_of("hangs.there").size(), 8u);
+  EXPECT_EQ(numbers_of("a.b"), (Numbers{1000}));
+}
+
+TEST_F(SendWindowTest, LetsNinetySixThroughInAll) {
+  for (guint32 receiver = 0; receiver < 20; ++receiver)
+    for (guint32 i = 0; i < 8; ++i)
+      send(("a.b" + std::to_string(receiver)).c_str(), i);
+  EXPECT_EQ(bus.size(), 96u);
+  EXPECT_EQ(window->unanswered(), 96u);
+  while (bus.size() > 0) {
+    ASSERT_LE(bus.size(), 96u);
+    bus.answer(0);
+  }
+  EXPECT_TRUE(window->idle());
+  EXPECT_EQ(window->answered(), 160u);
+}
+
+TEST_F(SendWindowTest, SharesTheConnectionInTurn) {
+  open({.unanswered_per_receiver = 4, .unanswered = 2});
+  for (guint32 i = 1; i <= 4; ++i)
+    send("a.a", i);
+  for (guint32 i = 11; i <= 13; ++i)
+    send("b.b", i);
+  EXPECT_EQ(numbers(), (Numbers{1, 2}));
+  bus.answer(0);
+  bus.answer(0);
+  EXPECT_EQ(numbers(), (Numbers{3, 11}));
+}
+
+TEST_F(SendWindowTest, CountsErrorsAsAnswers) {
+  for (guint32 i = 1; i <= 9; ++i)
+    send("a.b", i);
+  bus.answer_error(0, SD_BUS_ERROR_NO_REPLY);
+  EXPECT_EQ(numbers().back(), 9u);
+}
+
+TEST_F(SendWindowTest, DropsTheQueueOfAReceiverThatLeft) {
+  for (const char *name :
+       {SD_BUS_ERROR_SERVICE_UNKNOWN, SD_BUS_ERROR_NAME_HAS_NO_OWNER, SD_BUS_ERROR_DISCONNECTED}) {
+    open({});
+    for (guint32 i = 1; i <= 20; ++i)
+      send("a.b", i);
+    bus.answer_error(0, name);
+    EXPECT_EQ(window->waiting(), 0u) << name;
+    while (bus.size() > 0)
+      bus.answer(0);
+    EXPECT_TRUE(window->idle()) << name;
+    EXPECT_EQ(window->answered(), 8u) << name;
+  }
+}
+
+TEST_F(SendWindowTest, ForgetsAReceiver) {
+  for (guint32 i = 1; i <= 20; ++i)
+    send("a.b", i);
+  window->forget("c.d");
+  EXPECT_EQ(window->waiting(), 12u);
+  window->forget("a.b");
+  EXPECT_EQ(window->waiting(), 0u);
+  EXPECT_EQ(window->dropped(), 12u);
+}
+
+TEST_F(SendWindowTest, DropsTheOldestPastItsBoundAndWarnsOnce) {
+  open({.unanswered_per_receiver = 1, .queued_bytes = 100'000});
+  const LogCapture log;
+  for (guint32 i = 0; i <= 150; ++i)
+    send("a.b", i, 1000);
+  const auto warnings = log.texts(G_LOG_LEVEL_WARNING);
+  ASSERT_EQ(warnings.size(), 1u);
+  EXPECT_NE(warnings[0].find("a.b"), std::string::npos);
+  EXPECT_NE(warnings[0].find(" 1 "), std::string::npos);
+  EXPECT_EQ(window->dropped() + window->waiting(), 150u);
+  EXPECT_GT(window->waiting(), 50u);
+  EXPECT_LE(window->waiting(), 100u);
+
+  const auto first_kept = static_cast<guint32>(151 - window->waiting());
+  bus.answer(0);
+  EXPECT_EQ(numbers(), (Numbers{first_kept}));
+}
+
+TEST_F(SendWindowTest, WarnsAgainWhenTheQueueWasEmptyBetween) {
+  open({.unanswered_per_receiver = 1, .queued_bytes = 3'000});
+  const LogCapture log;
+  for (int episode = 1; episode <= 2; ++episode) {
+    for (guint32 i = 0; i < 10; ++i)
+      send("a.b", i, 1000);
+    EXPECT_EQ(log.texts(G_LOG_LEVEL_WARNING).size(), static_cast<std::size_t>(episode));
+    while (bus.size() > 0)
+      bus.answer(0);
+  }
+}
+
+TEST_F(SendWindowTest, KeepsTheNewestHoweverLarge) {
+  open({.unanswered_per_receiver = 1, .queued_bytes = 1'000});
+  const LogCapture log;
+  send("a.b", 1);
+  send("a.b", 2, 5000);
+  EXPECT_EQ(window->dropped(), 0u);
+  send("a.b", 3, 5000);
+  EXPECT_EQ(window->dropped(), 1u);
+  bus.answer(0);
+  EXPECT_EQ(numbers(), (Numbers{3}));
+}
+
+TEST_F(SendWindowTest, CompletesEveryCallOnce) {
+  open({.unanswered_per_receiver = 1, .queued_bytes = 3'000});
+  const LogCapture log;
+  std::vector<std::string> ends(4, "");
+  for (guint32 i = 0; i < 4; ++i)
+    send("a.b", i, 2000, [&ends, i](sd_bus_message *answer) {
+      ends[i] += answer == nullptr                                 ? "dropped"
+                 : sd_bus_message_is_method_error(answer, nullptr) ? "error"
+                                                                   : "answered";
+    });
+  EXPECT_EQ(ends, (std::vector<std::string>{"", "dropped", "dropped", ""}));
+  bus.answer(0);
+  bus.answer_error(0, SD_BUS_ERROR_FAILED);
+  EXPECT_EQ(ends, (std::vector<std::string>{"answered", "dropped", "dropped", "error"}));
+}
+
+TEST_F(SendWindowTest, ACompletionMaySendAgainAndMayEndTheWindow) {
+  send("a.b", 1, 16, [this](sd_bus_message *) { send("a.b", 2); });
+  bus.answer(0);
+  EXPECT_EQ(numbers(), (Numbers{2}));
+  send("a.b", 3, 16, [this](sd_bus_message *) { window.reset(); });
+  bus.answer(1);
+  EXPECT_FALSE(window.has_value());
+  bus.answer(0); // nobody waits for it any more
+}
+
+TEST_F(SendWindowTest, TellsWhenItIsIdle) {
+  int told = 0;
+  window->set_idle_handler([&] { ++told; });
+  send("a.b", 1);
+  send("c.d", 2);
+  bus.answer(0);
+  EXPECT_EQ(told, 0);
+  bus.answer(0);
+  EXPECT_EQ(told, 1);
+}
+
+TEST_F(SendWindowTest, GivesUpAllAtOnceWhenTheConnectionIsGone) {
+  const LogCapture log;
+  for (guint32 i = 1; i <= 300; ++i)
+    send("a.b", i);
+  bus.hang_up();
+  EXPECT_TRUE(window->idle());
+  const auto warnings = log.texts(G_LOG_LEVEL_WARNING);
+  EXPECT_LE(warnings.size(), 2u);
+  for (const std::string &warning : warnings)
+    EXPECT_TRUE(warning.starts_with("Failed to call com.quor.Event.Consumer.Event: -")) << warning;
+}
+
+TEST_F(SendWindowTest, SendsWithoutPayloadToo) {
+  window->send("a.b", make_window_call(served_producer::global_declare_id, "/o", {}, {5, 6, 7}));
+  bus.run();
+  EXPECT_EQ(numbers(), (Numbers{5}));
+}
+
+} // namespace
+} // namespace varro2::test
