@@ -92,7 +92,7 @@ int Lookups::start(sd_bus_message *call, const SubscribeExpression &expression,
     return sd_bus_error_set_errno(error, status);
   }
   ask(lookup, properties, expression);
-  return 1;
+  return handled;
 }
 
 void Lookups::ask(Lookup &lookup, const std::vector<const Declaration *> &declarations,

@@ -52,11 +52,12 @@ int answer(sd_bus_message *call, const GByteArray &bytes) {
     status = sd_bus_message_append_array(reply.get(), 'y', bytes.data, bytes.len);
   if (status >= 0)
     status = sd_bus_send(nullptr, reply.get(), nullptr);
-  return status;
+  return status < 0 ? status : handled;
 }
 
 int done(sd_bus_message *call) {
-  return sd_bus_reply_method_return(call, nullptr);
+  const int status = sd_bus_reply_method_return(call, nullptr);
+  return status < 0 ? status : handled;
 }
 
 } // namespace varro2::switchd

@@ -23,6 +23,10 @@ inline constexpr const char *error_property_state = "com.quor.Event.Error.Lookin
 inline constexpr const char *error_file = "com.quor.Event.Error.File";
 inline constexpr const char *error_already_exists = "com.quor.Event.Error.AlreadyExists";
 
+// What a handler returns for a call that it answers: after 0 sd-bus goes on looking for a handler
+// and answers that there is none.
+inline constexpr int handled = 1;
+
 // Makes the call end with this bus error; the result is what a handler returns.
 int refuse(sd_bus_error *error, const char *name, const char *format, ...) G_GNUC_PRINTF(3, 4);
 
@@ -37,10 +41,10 @@ bool is_client_path(const char *path);
 // kind is refused and nothing comes back.
 BytesRef read_record(sd_bus_message *message, std::uint8_t kind, sd_bus_error *error);
 
-// Answers a call with one "ay".
+// Answers a call with one "ay". This and done() return what a handler returns.
 int answer(sd_bus_message *call, const GByteArray &bytes);
 
-// Answers a call with nothing, unless it was refused.
+// Answers a call with nothing.
 int done(sd_bus_message *call);
 
 } // namespace varro2::switchd

@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-#include <initializer_list>
+#include <cstdlib>
 #include <string_view>
 
 namespace varro2::switchd {
@@ -114,9 +114,8 @@ int Service::quit(sd_bus_message *call, sd_bus_error *error) {
     return refuse(error, SD_BUS_ERROR_ACCESS_DENIED,
                   "Only root and the switch's own user may end it.");
   g_message("Ending, as %s asked", sender_of(call));
-  if (status = done(call); status < 0)
-    return status;
-  return sd_event_exit(loop_, 0);
+  sd_event_exit(loop_, EXIT_SUCCESS);
+  return done(call);
 }
 
 int Service::name_owner_changed(sd_bus_message *signal, sd_bus_error *) {

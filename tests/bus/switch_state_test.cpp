@@ -1,8 +1,11 @@
 // Property states, queries, types and the switch's own life.
 #include "switch_fixture.hpp"
 
+#include <atomic>
 #include <csignal>
 #include <fstream>
+#include <memory>
+#include <mutex>
 
 namespace varro2::test {
 namespace {
@@ -303,11 +306,62 @@ TEST_F(SwitchTest, NamesOfClientsCannotBeginALogLine) {
   }));
 }
 
-TEST_F(SwitchTest, QuitEndsIt) {
+// Sees the errors that peers send, and the switch's name go.
+class ErrorMonitor {
+ public:
+  explicit ErrorMonitor(const std::string &address)
+      : connection_{g_dbus_connection_new_for_address_sync(
+            address.c_str(),
+            static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                              G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+            nullptr, nullptr, nullptr)} {
+    g_dbus_connection_add_filter(connection_.get(), watch, this, nullptr);
+    const char *const rules[] = {"type='error'",
+                                 "type='signal',member='NameOwnerChanged',"
+                                 "arg0='com.quor.Event.Switch'",
+                                 nullptr};
+    const Variant reply{g_dbus_connection_call_sync(
+        connection_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
+        "org.freedesktop.DBus.Monitoring", "BecomeMonitor", g_variant_new("(^asu)", rules, 0u),
+        nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr)};
+    EXPECT_NE(reply, nullptr);
+  }
+  ~ErrorMonitor() { g_dbus_connection_close_sync(connection_.get(), nullptr, nullptr); }
+
+  std::vector<std::string> errors_until_the_switch_left() {
+    EXPECT_TRUE(iterate_until([this] { return left_.load(); }));
+    const std::scoped_lock held{lock_};
+    return errors_;
+  }
+
+ private:
+  static GDBusMessage *watch(GDBusConnection *, GDBusMessage *message, gboolean,
+                             gpointer self) noexcept {
+    auto *monitor = static_cast<ErrorMonitor *>(self);
+    const GDBusMessageType type = g_dbus_message_get_message_type(message);
+    if (type == G_DBUS_MESSAGE_TYPE_ERROR) {
+      const std::scoped_lock held{monitor->lock_};
+      monitor->errors_.emplace_back(g_dbus_message_get_error_name(message));
+    } else if (type == G_DBUS_MESSAGE_TYPE_SIGNAL &&
+               g_str_equal(g_dbus_message_get_member(message), "NameOwnerChanged")) {
+      monitor->left_ = true;
+    }
+    return message;
+  }
+
+  std::mutex lock_;
+  std::vector<std::string> errors_;
+  std::atomic<bool> left_ = false;
+  std::unique_ptr<GDBusConnection, Release<g_object_unref>> connection_;
+};
+
+TEST_F(SwitchTest, QuitIsAnsweredOnceAndEndsIt) {
+  ErrorMonitor monitor{bus_.address()};
   SwitchClient client;
   EXPECT_EQ(client.control("Quit").error_name, "");
   EXPECT_EQ(event_switch_->process()->wait(), 0);
   EXPECT_FALSE(event_switch_->owned());
+  EXPECT_EQ(monitor.errors_until_the_switch_left(), std::vector<std::string>{});
 }
 
 TEST_F(SwitchTest, EndsCleanlyOnASignal) {
