@@ -137,8 +137,8 @@ VARRO2_API gboolean event_declaration_is_internal(const EventDeclaration *declar
 /* ---- Properties ---- */
 
 /**
- * Makes the declaration one of a property and sets its hook. Without key, callback and user data
- * the hook is taken away, and whether this is a property stays as it was.
+ * Makes the declaration one of a property and sets its hook. The former hook is replaced, also by
+ * none: a property without a hook has the values of its declaration.
  *
  * @param key the key that tells the instances of the property apart, gets the tag "property-state";
  *   may be NULL.

@@ -152,10 +152,7 @@ gboolean event_declaration_set_property(EventDeclaration *declaration, const cha
   VARRO2_EXPECT(declaration != NULL, FALSE);
   declaration->property_callback = callback;
   declaration->property_user_data = user_data;
-  // Without any of the three the hook is taken away, which every declaration that goes is asked
-  // for: that must not turn a plain one into a property.
-  if (key || callback || user_data)
-    declaration->property = TRUE;
+  declaration->property = TRUE;
   return key ? inspectable_add_key_tag(&declaration->inspectable, key, varro2::property_state_tag)
              : TRUE;
 }

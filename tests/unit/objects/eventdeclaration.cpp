@@ -261,10 +261,14 @@ TEST(PropertyDeclaration, StaysOneWithoutItsHook) {
   EXPECT_TRUE(event_declaration_is_property(property.get()));
   EXPECT_EQ(property->property_callback, nullptr);
   EXPECT_EQ(property->property_user_data, nullptr);
+}
 
-  const auto plain = make_declaration();
-  EXPECT_TRUE(event_declaration_set_property(plain.get(), nullptr, nullptr, nullptr));
-  EXPECT_FALSE(event_declaration_is_property(plain.get()));
+TEST(PropertyDeclaration, NeedsNothingButToBeSaidSo) {
+  const auto declaration = make_declaration();
+  EXPECT_TRUE(event_declaration_set_property(declaration.get(), nullptr, nullptr, nullptr));
+  EXPECT_TRUE(event_declaration_is_property(declaration.get()));
+  const EventOwner event{event_declaration_get_property_event(declaration.get())};
+  EXPECT_TRUE(event);
 }
 
 TEST(PropertyEvent, IsNoneForAPlainDeclaration) {
