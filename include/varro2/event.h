@@ -76,7 +76,8 @@ VARRO2_API void event_set_timestamp2(Event *event, GDateTime *timestamp) VARRO2_
 VARRO2_API GDateTime *event_get_timestamp2(const Event *event) VARRO2_NOEXCEPT;
 
 G_GNUC_BEGIN_IGNORE_DEPRECATIONS
-/** The same in seconds and microseconds since 1970, UTC. */
+/** The same in seconds and microseconds since 1970, UTC. A time outside the years 1 to 9999 is
+ * refused as a missing one would be. */
 VARRO2_API void event_set_timestamp(Event *event, GTimeVal timestamp) VARRO2_NOEXCEPT;
 
 /** @return seconds and microseconds since 1970, UTC; {0, 0} when no timestamp is set. */
@@ -212,7 +213,7 @@ VARRO2_API void event_print(const Event *event) VARRO2_NOEXCEPT;
  */
 VARRO2_API char *event_get_json(const Event *event, const JsonOptions *options) VARRO2_NOEXCEPT;
 
-/** The same, always in the tamlo format. */
+/** The same, always in the tamlo format; here the options must not be NULL. */
 VARRO2_API char *event_get_tamlo_json(const Event *event,
                                       const JsonOptions *options) VARRO2_NOEXCEPT;
 

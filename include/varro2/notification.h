@@ -57,7 +57,8 @@ VARRO2_API void notification_set_timestamp2(Notification *notification,
 VARRO2_API GDateTime *notification_get_timestamp2(const Notification *notification) VARRO2_NOEXCEPT;
 
 G_GNUC_BEGIN_IGNORE_DEPRECATIONS
-/** The same in seconds and microseconds since 1970, UTC. */
+/** The same in seconds and microseconds since 1970, UTC. A time outside the years 1 to 9999 is
+ * refused as a missing one would be. */
 VARRO2_API void notification_set_timestamp(Notification *notification,
                                            GTimeVal timestamp) VARRO2_NOEXCEPT;
 
