@@ -28,15 +28,17 @@ void append_argument(const BusMethod &method, sd_bus_message *message, const GBy
   VARRO2_ASSERT_AS(method.stub, "r >= 0", r >= 0);
 }
 
-int queue_call(sd_bus *bus, sd_bus_message *message, sd_bus_message_handler_t handler,
-               void *user_data, sd_bus_slot **slot) {
-  const int r = sd_bus_call_async(bus, slot, message, handler, user_data, call_timeout);
-  if (r < 0) {
-    const OwnedText member{g_strdup_printf("%s.%s", sd_bus_message_get_interface(message),
-                                           sd_bus_message_get_member(message))};
-    VARRO2_WARNING("%sFailed to call %s: %d", member.get(), r);
-  }
-  return r;
+void queue_call(sd_bus *bus, sd_bus_message *message, sd_bus_message_handler_t handler,
+                void *user_data) {
+  const int r = sd_bus_call_async(bus, nullptr, message, handler, user_data, call_timeout);
+  if (r < 0)
+    warn_of_refused_call(message, r);
+}
+
+void warn_of_refused_call(sd_bus_message *message, int status) {
+  const OwnedText member{g_strdup_printf("%s.%s", sd_bus_message_get_interface(message),
+                                         sd_bus_message_get_member(message))};
+  VARRO2_WARNING("%sFailed to call %s: %d", member.get(), status);
 }
 
 ByteView read_bytes(const char *function, sd_bus_message *message) {
@@ -49,11 +51,6 @@ ByteView read_bytes(const char *function, sd_bus_message *message) {
 
 GByteArray view_bytes(const ByteView &view) {
   return {.data = const_cast<guint8 *>(view.data), .len = static_cast<guint>(view.length)};
-}
-
-int ignore_answer(sd_bus_message *answer, void *, sd_bus_error *) noexcept {
-  sd_bus_message_get_errno(answer);
-  return 0;
 }
 
 } // namespace varro2

@@ -35,10 +35,12 @@ MessageRef build_switch_call(sd_bus *bus, const BusMethod &method, Arguments... 
   return build_call(bus, switch_address, method, arguments...);
 }
 
-// Queues a call. One that cannot be queued is dropped with a warning; the result is negative then.
-// With a slot the handler can be taken back: it is not called once the slot has been released.
-int queue_call(sd_bus *bus, sd_bus_message *message, sd_bus_message_handler_t handler,
-               void *user_data, sd_bus_slot **slot = nullptr);
+// Queues a call. One that cannot be queued is dropped with a warning.
+void queue_call(sd_bus *bus, sd_bus_message *message, sd_bus_message_handler_t handler,
+                void *user_data);
+
+// The warning for a call that sd-bus did not take; status is the negative errno.
+void warn_of_refused_call(sd_bus_message *message, int status);
 
 // A byte array inside a message, which lends it.
 struct ByteView {
@@ -51,8 +53,5 @@ ByteView read_bytes(const char *function, sd_bus_message *message);
 
 // The same as an array, to be read only and not kept.
 GByteArray view_bytes(const ByteView &view);
-
-// The handler for calls whose failure concerns nobody.
-int ignore_answer(sd_bus_message *answer, void *user_data, sd_bus_error *error) noexcept;
 
 } // namespace varro2

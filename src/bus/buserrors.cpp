@@ -4,7 +4,6 @@
 
 #include <varro2/error.h>
 
-#include <cerrno>
 #include <cstring>
 
 namespace varro2 {
@@ -38,9 +37,9 @@ OwnedError new_bus_failure(const sd_bus_error &error, int number) {
       g_error_new(event_error_quark(), ours ? number : EVENT_ERROR_DBUS_FAILED, "%s", message)};
 }
 
-OwnedError new_connection_failure() {
+OwnedError new_bus_failure(int number) {
   const sd_bus_error none = SD_BUS_ERROR_NULL;
-  return new_bus_failure(none, ENOTCONN);
+  return new_bus_failure(none, number);
 }
 
 void set_setup_error(GError **error, int status, const char *message) {

@@ -29,8 +29,8 @@ class BusError {
 // the code, when the name is one of the event system's.
 OwnedError new_bus_failure(const sd_bus_error &error, int number);
 
-// What is reported where there is no connection to make a call on.
-OwnedError new_connection_failure();
+// What is reported for a call that was not made. number is a positive errno.
+OwnedError new_bus_failure(int number);
 
 // The error of setting a connection up. status is the negative errno.
 void set_setup_error(GError **error, int status, const char *message);

@@ -1,6 +1,6 @@
 #include "connection.hpp"
 
-#include "owning.hpp"
+#include "buserrors.hpp"
 
 namespace varro2 {
 
@@ -10,18 +10,27 @@ namespace {
 constexpr guint farewell_patience = 2'000;
 constexpr gint64 farewell_limit = 60'000;
 
+// Together with the events on the way, and a blocking call or two, less than what a daemon allows.
+// The queue is bounded only against a switch that hangs for good.
+constexpr SendLimits switch_limits{
+    .unanswered_per_receiver = 24, .unanswered = 24, .queued_bytes = 64 * 1024 * 1024};
+
 gint64 now_in_milliseconds() {
   return g_get_monotonic_time() / 1000;
 }
 
 } // namespace
 
+bool found_no_switch(CallEnd end, sd_bus_message *answer) {
+  return end == CallEnd::dropped || (end == CallEnd::answered && says_nobody_there(answer));
+}
+
 // Keeps a retired connection. Owned by a timer of the default main context, so that a process that
 // stops iterating it leaves nothing unowned behind.
 class Connection::Farewell {
  public:
   explicit Farewell(std::unique_ptr<Connection> connection)
-      : connection_{std::move(connection)}, answered_{connection_->window().answered()},
+      : connection_{std::move(connection)}, answered_{connection_->answered()},
         end_{now_in_milliseconds() + farewell_limit} {}
 
   static void begin(std::unique_ptr<Connection> connection) {
@@ -42,7 +51,7 @@ class Connection::Farewell {
 
   // Whether there is something left to wait for.
   bool go_on() {
-    const std::uint64_t before = std::exchange(answered_, connection_->window().answered());
+    const std::uint64_t before = std::exchange(answered_, connection_->answered());
     const bool moving = answered_ != before;
     return !connection_->settled() && moving && now_in_milliseconds() < end_;
   }
@@ -63,7 +72,8 @@ std::unique_ptr<Connection> Connection::open(GError **error) {
 }
 
 Connection::Connection(sd_bus *bus, GSource *source)
-    : bus_{bus}, source_{SourceRef::share(source)}, window_{std::in_place, bus} {
+    : bus_{bus}, source_{SourceRef::share(source)}, window_{std::in_place, bus},
+      switch_window_{std::in_place, bus, switch_limits} {
   window_->set_idle_handler([this] { note_settled(); });
 }
 
@@ -71,14 +81,16 @@ Connection::~Connection() {
   silence();
   // What holds a slot holds the bus.
   window_.reset();
-  leaving_.clear();
+  switch_window_.reset();
   disconnect_from_bus_and_detach_events(source_.get(), bus_);
 }
 
 void Connection::silence() {
   served_.reset();
-  calls_.clear();
+  attended_.reset();
   watcher_ = {};
+  window_->set_unattended();
+  switch_window_->set_unattended();
 }
 
 void Connection::retire(std::unique_ptr<Connection> connection) {
@@ -101,15 +113,28 @@ int Connection::watch_switch(BusWatcherCallback online, BusWatcherCallback offli
   return watch_bus_driver(bus_, &watcher_);
 }
 
-void Connection::call(sd_bus_message *message, PendingCalls::Answered answered) {
-  calls_.send(bus_, message, std::move(answered));
+void Connection::call_switch(MessageRef message, std::size_t size, CallCompletion completion) {
+  if (completion)
+    completion = [attended = std::weak_ptr{attended_},
+                  told = std::move(completion)](CallEnd end, sd_bus_message *answer) {
+      if (!attended.expired())
+        told(end, answer);
+    };
+  switch_window_->send(switch_address.service,
+                       make_window_call(std::move(message), size, std::move(completion)));
 }
 
-void Connection::take_leave(sd_bus_message *message) {
-  leaving_.send(bus_, message, [this](sd_bus_message *) {
+void Connection::forget_switch() {
+  switch_window_->forget(switch_address.service);
+}
+
+void Connection::take_leave(MessageRef message) {
+  leaving_ = true;
+  const auto left = [this](CallEnd, sd_bus_message *) {
+    leaving_ = false;
     note_settled();
-    return 0;
-  });
+  };
+  switch_window_->send(switch_address.service, make_window_call(std::move(message), 0, left));
 }
 
 void Connection::note_settled() {

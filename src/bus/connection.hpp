@@ -1,7 +1,6 @@
 // The private connection of one bus object, and its end.
 #pragma once
 
-#include "pendingcalls.hpp"
 #include "sendwindow.hpp"
 
 #include <varro2/eventutils.h>
@@ -10,6 +9,9 @@
 #include <optional>
 
 namespace varro2 {
+
+// Whether a call to the switch ended because there was none.
+bool found_no_switch(CallEnd end, sd_bus_message *answer);
 
 // Belongs to the thread of the default main context.
 class Connection {
@@ -27,6 +29,8 @@ class Connection {
   static void retire(std::unique_ptr<Connection> connection);
 
   sd_bus *bus() const noexcept { return bus_; }
+
+  // For events.
   SendWindow &window() noexcept { return *window_; }
 
   // Serves an object until the connection is retired. Negative: an errno.
@@ -35,11 +39,15 @@ class Connection {
   // Has the handlers called when the switch comes and goes. Negative: an errno.
   int watch_switch(BusWatcherCallback online, BusWatcherCallback offline, gpointer object);
 
-  // Makes a call whose answer the object waits for.
-  void call(sd_bus_message *message, PendingCalls::Answered answered);
+  // Calls the switch. A burst of calls waits for its turn as events do. The completion is not told
+  // after the connection was retired.
+  void call_switch(MessageRef message, std::size_t size = 0, CallCompletion completion = {});
 
-  // Makes the last call, by which the object takes leave.
-  void take_leave(sd_bus_message *message);
+  // The switch has left the bus: what waits for it is not for the next one.
+  void forget_switch();
+
+  // Makes the last call to the switch, by which the object takes leave.
+  void take_leave(MessageRef message);
 
  private:
   class Farewell;
@@ -47,15 +55,20 @@ class Connection {
   Connection(sd_bus *bus, GSource *source);
   void silence();
   void note_settled();
-  bool settled() const noexcept { return leaving_.size() == 0 && window_->idle(); }
+  // How much has moved so far.
+  std::uint64_t answered() const noexcept {
+    return window_->answered() + switch_window_->answered();
+  }
+  bool settled() const noexcept { return !leaving_ && window_->idle(); }
 
   sd_bus *bus_; // both released together by the destructor
   SourceRef source_;
   BusWatcher watcher_{};
   SlotRef served_;
-  PendingCalls calls_;
-  PendingCalls leaving_;
   std::optional<SendWindow> window_;
+  std::optional<SendWindow> switch_window_;
+  std::shared_ptr<int> attended_ = std::make_shared<int>(); // none once retired
+  bool leaving_ = false;                                    // no answer to the parting call yet
   std::function<void()> settled_handler_;
 };
 

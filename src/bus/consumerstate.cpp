@@ -4,6 +4,8 @@
 
 #include <varro2/switch_bus_client.h>
 
+#include <cerrno>
+
 namespace varro2 {
 
 namespace {
@@ -87,14 +89,14 @@ void ConsumerState::send_subscription(ConsumerSubscription &subscription) {
                                          name.c_str(), token, subscription.expression_data.get());
   subscription.sent = true;
   subscription.attempt = ++attempts_;
-  connection->call(message.get(),
-                   [this, token, attempt = subscription.attempt](sd_bus_message *answer) {
-                     if (says_nobody_there(answer))
-                       LockedConsumer {
-                         consumer_
-                         } -> note_undelivered(token, attempt);
-                     return 0;
-                   });
+  connection->call_switch(
+      message, subscription.expression_data->len,
+      [this, token, attempt = subscription.attempt](CallEnd end, sd_bus_message *answer) {
+        if (found_no_switch(end, answer))
+          LockedConsumer {
+            consumer_
+            } -> note_undelivered(token, attempt);
+      });
 }
 
 // There was no switch to take the subscription: the next one gets it. An answer to an earlier
@@ -111,32 +113,32 @@ void ConsumerState::send_all_subscriptions() {
 }
 
 void ConsumerState::switch_offline() {
+  connection->forget_switch();
   for (const auto &[token, subscription] : subscriptions_)
     subscription->sent = false;
 }
 
 void ConsumerState::refresh(guint32 token) {
   if (connection)
-    com_quor_Event_Switch_Consumer_refresh_property_async(bus(), path.c_str(), token, ignore_answer,
-                                                          nullptr);
+    connection->call_switch(
+        build_switch_call(bus(), switch_consumer::refresh_property, path.c_str(), token));
 }
 
 void ConsumerState::unsubscribe(guint32 token) {
   if (connection)
-    com_quor_Event_Switch_Consumer_unsubscribe_async(bus(), path.c_str(), token, ignore_answer,
-                                                     nullptr);
+    connection->call_switch(
+        build_switch_call(bus(), switch_consumer::unsubscribe, path.c_str(), token));
 }
 
 void ConsumerState::disconnect() {
   if (connection)
-    connection->take_leave(
-        build_switch_call(bus(), switch_consumer::disconnect, path.c_str()).get());
+    connection->take_leave(build_switch_call(bus(), switch_consumer::disconnect, path.c_str()));
 }
 
 PropertyState *ConsumerState::get_property_state(const SubscribeExpression &expression,
                                                  GError **error) {
   if (!connection) {
-    g_propagate_error(error, new_connection_failure().release());
+    g_propagate_error(error, new_bus_failure(ENOTCONN).release());
     return nullptr;
   }
   const auto expression_data = BytesRef::adopt(subscribe_expression_serialize(&expression));

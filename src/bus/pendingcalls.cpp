@@ -6,7 +6,7 @@ int PendingCalls::send(sd_bus *bus, sd_bus_message *message, Answered answered) 
   entries_.push_back(Entry{.owner = this, .answered = std::move(answered)});
   const auto entry = std::prev(entries_.end());
   entry->place = entry;
-  const int r = queue_call(bus, message, dispatch, &*entry, entry->slot.out());
+  const int r = sd_bus_call_async(bus, entry->slot.out(), message, dispatch, &*entry, call_timeout);
   if (r < 0)
     entries_.erase(entry);
   return r;

@@ -19,7 +19,7 @@ class PendingCalls {
   PendingCalls(const PendingCalls &) = delete;
   PendingCalls &operator=(const PendingCalls &) = delete;
 
-  // Negative: the call could not be queued, which has been logged; the handler is not called.
+  // Negative: sd-bus did not take the call; the handler is not called.
   int send(sd_bus *bus, sd_bus_message *message, Answered answered);
 
   void clear() noexcept { entries_.clear(); }

@@ -70,6 +70,15 @@ class ProducerState final : public BusObject {
   void switch_offline();
 
  private:
+  // Who waits for the answer about a declaration type.
+  struct TypeRequest {
+    std::string type;
+    ProducerUserDeclarationCallback callback;
+    gpointer user_data;
+
+    void answer(OwnedError error) const;
+  };
+
   void send_declaration(guint32 local_id, ProducerDeclarationData &data);
   void note_undelivered(guint32 local_id, std::uint64_t attempt);
   void send_all_declarations();
@@ -77,8 +86,7 @@ class ProducerState final : public BusObject {
   void send_to(const Subscriber &subscriber, const BytesRef &serialised);
   void send_cached(ProducerDeclarationData &data, guint32 subscription_id);
   void report_subscribers();
-  void request_type(sd_bus_message *message, const char *type,
-                    ProducerUserDeclarationCallback callback, gpointer user_data);
+  void request_type(MessageRef message, std::size_t size, TypeRequest request);
 
   Producer *producer_; // the object that this is part of
   ProducerSubscribersChanged subscribers_changed_ = nullptr;

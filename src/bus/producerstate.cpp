@@ -3,10 +3,7 @@
 #include "buserrors.hpp"
 #include "preconditions.hpp"
 
-#include <varro2/error.h>
-#include <varro2/switch_bus_client.h>
-
-#include <algorithm>
+#include <cerrno>
 
 void ProducerDeclarationData::set_cached_event(varro2::OwnedEvent event) {
   VARRO2_ASSERT_AS("declaration_data_set_cached_event", "event_is_complete(event)",
@@ -38,6 +35,13 @@ constexpr ServedInterface served_producer_object{
     .register_failure = "Failed to register producer server",
     .watch_failure = "Producer failed to watch bus driver",
     .explain = false};
+
+// Error answers come with an empty error argument: the error stands in the message alone.
+OwnedError error_of(sd_bus_message *answer) {
+  const sd_bus_error *error = sd_bus_message_get_error(answer);
+  const int number = sd_bus_error_get_errno(error);
+  return number > 0 ? new_bus_failure(*error, number) : nullptr;
+}
 
 // A plain declaration has no hook, and taking one away would make it a property.
 void remove_property_hook(EventDeclaration *declaration) {
@@ -130,13 +134,14 @@ void ProducerState::send_declaration(guint32 local_id, ProducerDeclarationData &
       build_switch_call(bus(), switch_producer::declare, path.c_str(), name.c_str(), bytes.get());
   data.sent = true;
   data.attempt = ++attempts_;
-  connection->call(message.get(), [this, local_id, attempt = data.attempt](sd_bus_message *answer) {
-    if (says_nobody_there(answer))
-      LockedProducer {
-        producer_
-        } -> note_undelivered(local_id, attempt);
-    return 0;
-  });
+  connection->call_switch(
+      message, bytes->len,
+      [this, local_id, attempt = data.attempt](CallEnd end, sd_bus_message *answer) {
+        if (found_no_switch(end, answer))
+          LockedProducer {
+            producer_
+            } -> note_undelivered(local_id, attempt);
+      });
 }
 
 // There was no switch to take the declaration: the next one gets it. An answer to an earlier
@@ -147,122 +152,24 @@ void ProducerState::note_undelivered(guint32 local_id, std::uint64_t attempt) {
     data->sent = false;
 }
 
+// Survives a callback that changes the table.
 void ProducerState::send_all_declarations() {
-  for (const auto &[local_id, data] : declarations_)
-    send_declaration(local_id, *data);
+  for (auto next = declarations_.begin(); next != declarations_.end();) {
+    const guint32 local_id = next->first;
+    send_declaration(local_id, *next->second);
+    next = declarations_.upper_bound(local_id);
+  }
 }
 
 void ProducerState::undeclare(guint32 global_id) {
   if (connection)
-    com_quor_Event_Switch_Producer_undeclare_async(bus(), path.c_str(), global_id, ignore_answer,
-                                                   nullptr);
+    connection->call_switch(
+        build_switch_call(bus(), switch_producer::undeclare, path.c_str(), global_id));
 }
 
 void ProducerState::disconnect() {
   if (connection)
-    connection->take_leave(
-        build_switch_call(bus(), switch_producer::disconnect, path.c_str()).get());
-}
-
-/* ---- Events ---- */
-
-bool ProducerState::send_event(const Event &event, GError **error) {
-  ProducerDeclarationData *data = find(event_get_local_id(&event));
-  if (data == nullptr) {
-    g_set_error_literal(error, event_error_quark(), EVENT_ERROR_NOT_REGISTERED,
-                        "The local declare id of the event is not registered.");
-    return false;
-  }
-  if (event_is_property(&event))
-    data->set_cached_event(OwnedEvent{event_copy(&event)});
-  send_to_subscribers(event, *data);
-  return true;
-}
-
-void ProducerState::send_to_subscribers(const Event &event, const ProducerDeclarationData &data) {
-  if (!connection)
-    return;
-  data.subscribers.match(event, matching_);
-  if (matching_.empty())
-    return;
-  const auto serialised = BytesRef::adopt(event_serialize(&event));
-  for (const Subscriber *subscriber : matching_)
-    send_to(*subscriber, serialised);
-}
-
-void ProducerState::send_to(const Subscriber &subscriber, const BytesRef &serialised) {
-  connection->window().send(subscriber.service(),
-                            make_window_call(served_consumer::event, subscriber.object(),
-                                             serialised, {subscriber.token()}));
-}
-
-void ProducerState::send_cached(ProducerDeclarationData &data, guint32 subscription_id) {
-  const EventDeclaration *declaration = data.declaration.get();
-  if (!event_declaration_is_property(declaration) || !data.cached_event)
-    return;
-  // The ids of a former switch mean nothing to the present one.
-  Event *event = data.cached_event.get();
-  if (const guint32 global_id = event_declaration_get_global_id(declaration))
-    event_set_global_id(event, global_id);
-  if (const guint32 producer_id = event_declaration_get_producer_id(declaration))
-    event_set_producer_id(event, producer_id);
-  if (event_get_global_id(event) == 0)
-    return;
-  VARRO2_ASSERT_AS("producer_handle_property_unlocked", "event_is_complete(event)",
-                   event_is_complete(event));
-  const Subscriber *subscriber = data.subscribers.find(subscription_id);
-  if (subscriber != nullptr && subscriber->wants(*event) && connection)
-    send_to(*subscriber, BytesRef::adopt(event_serialize(event)));
-}
-
-void ProducerState::add_callback_params(guint32 local_id, const CallbackParams &params) {
-  ProducerDeclarationData *data = find(local_id);
-  if (data == nullptr)
-    return;
-  OwnedEvent event{event_declaration_generate_event(data->declaration.get())};
-  set_event_time_now(event.get());
-  inspectable_set_value_as_string(event_get_inspectable(event.get()), params.key, params.value);
-  data->set_cached_event(std::move(event));
-}
-
-/* ---- Subscribers ---- */
-
-void ProducerState::report_subscribers() {
-  if (subscribers_changed_ == nullptr)
-    return;
-  GArray *local_ids = g_array_new(FALSE, FALSE, sizeof(guint32));
-  for (const auto &[local_id, data] : declarations_)
-    if (data->subscribers.any_counted())
-      g_array_append_val(local_ids, local_id);
-  subscribers_changed_(local_ids, user_data_);
-  g_array_unref(local_ids);
-}
-
-void ProducerState::receive_subscribe(const GByteArray &bytes, guint32 local_id) {
-  ProducerDeclarationData *data = find(local_id);
-  if (data == nullptr)
-    return;
-  const bool had_counted = data->subscribers.any_counted();
-  const guint32 id =
-      data->subscribers.add(OwnedExpression{subscribe_expression_deserialize(&bytes)}).id();
-  if (!had_counted && data->subscribers.any_counted())
-    report_subscribers();
-  receive_refresh(id, local_id); // looks the declaration up again: the report may have released it
-}
-
-void ProducerState::receive_refresh(guint32 subscription_id, guint32 local_id) {
-  if (ProducerDeclarationData *data = find(local_id))
-    send_cached(*data, subscription_id);
-}
-
-void ProducerState::receive_unsubscribe(guint32 subscription_id, guint32 local_id) {
-  ProducerDeclarationData *data = find(local_id);
-  if (data == nullptr)
-    return;
-  const bool had_counted = data->subscribers.any_counted();
-  data->subscribers.remove(subscription_id);
-  if (had_counted && !data->subscribers.any_counted())
-    report_subscribers();
+    connection->take_leave(build_switch_call(bus(), switch_producer::disconnect, path.c_str()));
 }
 
 /* ---- The switch ---- */
@@ -294,6 +201,7 @@ void ProducerState::switch_online() {
 }
 
 void ProducerState::switch_offline() {
+  connection->forget_switch();
   bool had_counted = false;
   for (const auto &[local_id, data] : declarations_) {
     had_counted = had_counted || data->subscribers.any_counted();
@@ -311,11 +219,10 @@ void ProducerState::switch_offline() {
 void ProducerState::add_type(const char *type, const EventDeclaration &declaration,
                              ProducerUserDeclarationCallback callback, gpointer user_data) {
   MessageRef message;
-  if (connection) {
-    const auto bytes = BytesRef::adopt(event_declaration_serialize(&declaration));
+  const auto bytes = BytesRef::adopt(event_declaration_serialize(&declaration));
+  if (connection)
     message = build_switch_call(bus(), switch_producer::add_declaration, type, bytes.get());
-  }
-  request_type(message.get(), type, callback, user_data);
+  request_type(std::move(message), bytes->len, {type, callback, user_data});
 }
 
 void ProducerState::remove_type(const char *type, ProducerUserDeclarationCallback callback,
@@ -323,28 +230,29 @@ void ProducerState::remove_type(const char *type, ProducerUserDeclarationCallbac
   MessageRef message;
   if (connection)
     message = build_switch_call(bus(), switch_producer::remove_declaration, type);
-  request_type(message.get(), type, callback, user_data);
+  request_type(std::move(message), 0, {type, callback, user_data});
 }
 
 // Without a connection there is no message, and the failure is all the answer that there will be.
-void ProducerState::request_type(sd_bus_message *message, const char *type,
-                                 ProducerUserDeclarationCallback callback, gpointer user_data) {
-  if (message == nullptr) {
-    if (callback != nullptr)
-      callback(type, user_data, new_connection_failure().release());
+void ProducerState::request_type(MessageRef message, std::size_t size, TypeRequest request) {
+  if (!message) {
+    request.answer(new_bus_failure(ENOTCONN));
     return;
   }
-  connection->call(message, [producer = producer_, type = std::string{type}, callback,
-                             user_data](sd_bus_message *answer) {
-    const LockedProducer held{producer};
-    // Error answers come with an empty error argument: the error stands in the message alone.
-    const sd_bus_error *failure = sd_bus_message_get_error(answer);
-    const int number = sd_bus_error_get_errno(failure);
-    OwnedError error = number > 0 ? new_bus_failure(*failure, number) : nullptr;
-    if (callback != nullptr)
-      callback(type.c_str(), user_data, error.release());
-    return 1;
-  });
+  connection->call_switch(
+      std::move(message), size,
+      [this, request = std::move(request)](CallEnd end, sd_bus_message *answer) {
+        const LockedProducer held{producer_};
+        if (end == CallEnd::answered)
+          request.answer(error_of(answer));
+        else if (end == CallEnd::dropped)
+          request.answer(new_bus_failure(EHOSTUNREACH));
+      });
+}
+
+void ProducerState::TypeRequest::answer(OwnedError error) const {
+  if (callback != nullptr)
+    callback(type.c_str(), user_data, error.release());
 }
 
 } // namespace varro2

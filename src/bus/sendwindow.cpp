@@ -13,11 +13,6 @@ namespace {
 // What an entry costs beside its payload, which others may share.
 constexpr std::size_t entry_overhead = sizeof(WindowCall);
 
-std::size_t size_of(const WindowCall &call) {
-  const std::size_t payload = call.payload ? call.payload->len : 0;
-  return entry_overhead + call.object.size() + payload;
-}
-
 // Also the answer of a daemon that a receiver left unanswered when it went.
 bool says_receiver_left(sd_bus_message *answer) {
   return says_nobody_there(answer) ||
@@ -34,35 +29,52 @@ WindowCall make_window_call(const BusMethod &method, const char *object, BytesRe
                   .number_count = numbers.size(),
                   .completion = std::move(completion)};
   std::copy(numbers.begin(), numbers.end(), call.numbers.begin());
+  call.size = call.object.size() + (call.payload ? call.payload->len : 0) + entry_overhead;
   return call;
+}
+
+WindowCall make_window_call(MessageRef message, std::size_t size, CallCompletion completion) {
+  return {.message = std::move(message),
+          .size = size + entry_overhead,
+          .completion = std::move(completion)};
+}
+
+void SendWindow::Ended::add(CallEnd end, WindowCall call) {
+  if (call.completion)
+    completions_.emplace_back(end, std::move(call.completion));
+}
+
+void SendWindow::Ended::tell() {
+  for (const auto &[end, completion] : completions_)
+    completion(end, nullptr);
 }
 
 SendWindow::SendWindow(sd_bus *bus, SendLimits limits) : bus_{bus}, limits_{limits} {}
 
 void SendWindow::send(const char *receiver, WindowCall call) {
   Queue &queue = queue_for(receiver);
-  std::list<WindowCall> dropped;
+  Ended ended;
   if (queue.waiting.empty() && receiver_has_room(queue) && connection_has_room()) {
     const int r = transmit(queue, call);
     if (r < 0)
-      dropped.push_back(std::move(call));
+      ended.add(CallEnd::refused, std::move(call));
     release_if_done(queue);
   } else {
     enqueue(queue, std::move(call));
     if (queue.waiting_bytes > limits_.queued_bytes)
-      drop_oldest(queue, dropped);
+      drop_oldest(queue, ended);
   }
-  complete_dropped(std::move(dropped));
+  ended.tell();
 }
 
 void SendWindow::forget(const char *receiver) {
   const auto found = queues_.find(std::string_view{receiver});
   if (found == queues_.end())
     return;
-  std::list<WindowCall> dropped;
-  drop_all(found->second, dropped);
+  Ended ended;
+  drop_all(found->second, CallEnd::dropped, ended);
   release_if_done(found->second);
-  complete_dropped(std::move(dropped));
+  ended.tell();
 }
 
 SendWindow::Queue &SendWindow::queue_for(const char *receiver) {
@@ -82,13 +94,18 @@ bool SendWindow::connection_has_room() const {
   return pending_.size() < limits_.unanswered;
 }
 
-int SendWindow::transmit(Queue &queue, WindowCall &call) {
-  const auto message = new_call(bus_, {queue.receiver->c_str(), call.object.c_str()}, call.method);
+MessageRef SendWindow::message_of(const Queue &queue, const WindowCall &call) const {
+  if (call.message)
+    return call.message;
+  MessageRef message = new_call(bus_, {queue.receiver->c_str(), call.object.c_str()}, call.method);
   if (call.payload)
     append_argument(call.method, message.get(), call.payload.get());
   for (const guint32 number : std::span{call.numbers}.first(call.number_count))
     append_argument(call.method, message.get(), number);
+  return message;
+}
 
+int SendWindow::transmit(Queue &queue, WindowCall &call) {
   PendingCalls::Answered handler;
   if (call.completion)
     handler = [this, &queue, completion = call.completion](sd_bus_message *answer) {
@@ -97,7 +114,10 @@ int SendWindow::transmit(Queue &queue, WindowCall &call) {
   else // small enough to need no memory of its own
     handler = [this, &queue](sd_bus_message *answer) { return answered(queue, {}, answer); };
 
+  const MessageRef message = message_of(queue, call);
   const int r = pending_.send(bus_, message.get(), std::move(handler));
+  if (r < 0 && !unattended_)
+    warn_of_refused_call(message.get(), r);
   if (r >= 0)
     ++queue.unanswered;
   else
@@ -106,7 +126,7 @@ int SendWindow::transmit(Queue &queue, WindowCall &call) {
 }
 
 void SendWindow::enqueue(Queue &queue, WindowCall call) {
-  queue.waiting_bytes += size_of(call);
+  queue.waiting_bytes += call.size;
   queue.waiting.push_back(std::move(call));
   ++waiting_;
   end_of_line(queue);
@@ -115,7 +135,7 @@ void SendWindow::enqueue(Queue &queue, WindowCall call) {
 WindowCall SendWindow::take_first(Queue &queue) {
   WindowCall call = std::move(queue.waiting.front());
   queue.waiting.pop_front();
-  queue.waiting_bytes -= size_of(call);
+  queue.waiting_bytes -= call.size;
   --waiting_;
   if (queue.waiting.empty())
     queue.dropped = 0;
@@ -123,11 +143,11 @@ WindowCall SendWindow::take_first(Queue &queue) {
 }
 
 // The newest entry stays, however large it is.
-void SendWindow::drop_oldest(Queue &queue, std::list<WindowCall> &dropped) {
+void SendWindow::drop_oldest(Queue &queue, Ended &ended) {
   const bool first_of_episode = queue.dropped == 0;
   std::uint64_t count = 0;
   while (queue.waiting_bytes > limits_.queued_bytes && queue.waiting.size() > 1) {
-    dropped.push_back(take_first(queue));
+    ended.add(CallEnd::dropped, take_first(queue));
     ++count;
   }
   queue.dropped += count;
@@ -138,9 +158,9 @@ void SendWindow::drop_oldest(Queue &queue, std::list<WindowCall> &dropped) {
                    queue.receiver->c_str(), count);
 }
 
-void SendWindow::drop_all(Queue &queue, std::list<WindowCall> &dropped) {
+void SendWindow::drop_all(Queue &queue, CallEnd end, Ended &ended) {
   while (!queue.waiting.empty()) {
-    dropped.push_back(take_first(queue));
+    ended.add(end, take_first(queue));
     ++dropped_;
   }
   if (queue.in_line) {
@@ -157,7 +177,7 @@ void SendWindow::end_of_line(Queue &queue) {
 }
 
 // One call per queue and turn, so that no receiver keeps the others waiting.
-void SendWindow::pump(std::list<WindowCall> &dropped) {
+void SendWindow::pump(Ended &ended) {
   while (!line_.empty() && connection_has_room()) {
     Queue &queue = *line_.front();
     line_.pop_front();
@@ -165,10 +185,10 @@ void SendWindow::pump(std::list<WindowCall> &dropped) {
     WindowCall call = take_first(queue);
     const int r = transmit(queue, call);
     if (r < 0)
-      dropped.push_back(std::move(call));
+      ended.add(CallEnd::refused, std::move(call));
     // Without a connection all the others would fail alike, each with its own line in the log.
     if (r == -ENOTCONN || r == -ECONNRESET)
-      drop_all(queue, dropped);
+      drop_all(queue, CallEnd::refused, ended);
     end_of_line(queue);
     release_if_done(queue);
   }
@@ -182,28 +202,21 @@ void SendWindow::release_if_done(Queue &queue) {
 int SendWindow::answered(Queue &queue, const CallCompletion &completion, sd_bus_message *answer) {
   ++answered_;
   --queue.unanswered;
-  std::list<WindowCall> dropped;
+  Ended ended;
   if (says_receiver_left(answer))
-    drop_all(queue, dropped);
+    drop_all(queue, CallEnd::dropped, ended);
   end_of_line(queue);
   queue.in_use = true;
-  pump(dropped);
+  pump(ended);
   queue.in_use = false;
   release_if_done(queue);
-  const auto idle_handler = idle() ? idle_handler_ : nullptr;
+  if (idle() && idle_handler_)
+    idle_handler_();
   // From here on the window may be gone.
   if (completion)
-    completion(answer);
-  complete_dropped(std::move(dropped));
-  if (idle_handler)
-    idle_handler();
+    completion(CallEnd::answered, answer);
+  ended.tell();
   return 0;
-}
-
-void SendWindow::complete_dropped(std::list<WindowCall> dropped) {
-  for (const WindowCall &call : dropped)
-    if (call.completion)
-      call.completion(nullptr);
 }
 
 } // namespace varro2

@@ -19,23 +19,34 @@
 
 namespace varro2 {
 
-// Told once how its call ended: with the answer, or with nullptr when the call was dropped. Not
-// told when the window goes first.
-using CallCompletion = std::function<void(sd_bus_message *answer)>;
+enum class CallEnd {
+  answered, // maybe by an error
+  refused,  // it could not be queued on the bus, which has been logged
+  dropped,  // its receiver has left, or left too much waiting
+};
 
-// A method call with the arguments that all calls to producers and consumers have: a payload or
-// none, then some numbers.
+// Told once how its call ended, with the answer if there is one. Not told when the window goes
+// first.
+using CallCompletion = std::function<void(CallEnd end, sd_bus_message *answer)>;
+
+// A call that waits for its turn: either a message that is ready, or what a message is made of:
+// a payload or none, then some numbers, as all calls to producers and consumers have it.
 struct WindowCall {
-  BusMethod method;
-  std::string object; // the object path
-  BytesRef payload{}; // shared between the receivers of one event; not changed any more
+  MessageRef message{};
+  BusMethod method{};
+  std::string object{}; // the object path
+  BytesRef payload{};   // shared between the receivers of one event; not changed any more
   std::array<guint32, 3> numbers{};
   std::size_t number_count = 0;
+  std::size_t size = 0; // in bytes, for the bound
   CallCompletion completion{};
 };
 
 WindowCall make_window_call(const BusMethod &method, const char *object, BytesRef payload,
                             std::initializer_list<guint32> numbers, CallCompletion completion = {});
+
+// size is about that of the message.
+WindowCall make_window_call(MessageRef message, std::size_t size, CallCompletion completion = {});
 
 struct SendLimits {
   unsigned unanswered_per_receiver = 8;
@@ -65,8 +76,11 @@ class SendWindow {
   std::uint64_t answered() const noexcept { return answered_; }
   std::uint64_t dropped() const noexcept { return dropped_; }
 
-  // Called, as the last thing that the window does, whenever it has become idle by an answer.
+  // Called whenever the window has become idle by an answer. Must leave the window alone.
   void set_idle_handler(std::function<void()> handler) { idle_handler_ = std::move(handler); }
+
+  // Nobody is left who would want to read in the log that the connection broke.
+  void set_unattended() noexcept { unattended_ = true; }
 
  private:
   struct Queue {
@@ -77,6 +91,16 @@ class SendWindow {
     std::uint64_t dropped = 0; // since the queue was last empty
     bool in_line = false;      // for the connection's limit
     bool in_use = false;       // stays in the table for now
+  };
+  // Calls that ended without an answer, to be told when all else is in order.
+  class Ended {
+   public:
+    void add(CallEnd end, WindowCall call);
+    // The window may be gone afterwards.
+    void tell();
+
+   private:
+    std::list<std::pair<CallEnd, CallCompletion>> completions_;
   };
   struct Hash : std::hash<std::string_view> {
     using is_transparent = void;
@@ -89,14 +113,14 @@ class SendWindow {
   bool connection_has_room() const;
   int transmit(Queue &queue, WindowCall &call);
   void enqueue(Queue &queue, WindowCall call);
-  void drop_oldest(Queue &queue, std::list<WindowCall> &dropped);
-  void drop_all(Queue &queue, std::list<WindowCall> &dropped);
+  void drop_oldest(Queue &queue, Ended &ended);
+  void drop_all(Queue &queue, CallEnd end, Ended &ended);
   void end_of_line(Queue &queue);
-  void pump(std::list<WindowCall> &dropped);
+  void pump(Ended &ended);
   WindowCall take_first(Queue &queue);
   void release_if_done(Queue &queue);
   int answered(Queue &queue, const CallCompletion &completion, sd_bus_message *answer);
-  static void complete_dropped(std::list<WindowCall> dropped);
+  MessageRef message_of(const Queue &queue, const WindowCall &call) const;
 
   sd_bus *bus_;
   SendLimits limits_;
@@ -107,6 +131,7 @@ class SendWindow {
   std::uint64_t answered_ = 0;
   std::uint64_t dropped_ = 0;
   std::function<void()> idle_handler_;
+  bool unattended_ = false;
 };
 
 } // namespace varro2

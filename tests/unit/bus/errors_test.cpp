@@ -72,7 +72,7 @@ TEST(BusFailure, WithoutMessageHasTheTextOfItsErrno) {
 }
 
 TEST(BusFailure, WithoutConnectionIsABusFailure) {
-  const OwnedError failure = new_connection_failure();
+  const OwnedError failure = new_bus_failure(ENOTCONN);
   EXPECT_EQ(failure->domain, g_quark_from_string("event-error-quark"));
   EXPECT_EQ(failure->code, EVENT_ERROR_DBUS_FAILED);
   EXPECT_STREQ(failure->message, std::strerror(ENOTCONN));

@@ -182,10 +182,11 @@ TEST_F(SendWindowTest, CompletesEveryCallOnce) {
   const LogCapture log;
   std::vector<std::string> ends(4, "");
   for (guint32 i = 0; i < 4; ++i)
-    send("a.b", i, 2000, [&ends, i](sd_bus_message *answer) {
-      ends[i] += answer == nullptr                                 ? "dropped"
-                 : sd_bus_message_is_method_error(answer, nullptr) ? "error"
-                                                                   : "answered";
+    send("a.b", i, 2000, [&ends, i](CallEnd end, sd_bus_message *answer) {
+      if (end == CallEnd::answered)
+        ends[i] += sd_bus_message_is_method_error(answer, nullptr) ? "error" : "answered";
+      else
+        ends[i] += end == CallEnd::dropped ? "dropped" : "refused";
     });
   EXPECT_EQ(ends, (std::vector<std::string>{"", "dropped", "dropped", ""}));
   bus.answer(0);
@@ -194,10 +195,10 @@ TEST_F(SendWindowTest, CompletesEveryCallOnce) {
 }
 
 TEST_F(SendWindowTest, ACompletionMaySendAgainAndMayEndTheWindow) {
-  send("a.b", 1, 16, [this](sd_bus_message *) { send("a.b", 2); });
+  send("a.b", 1, 16, [this](CallEnd, sd_bus_message *) { send("a.b", 2); });
   bus.answer(0);
   EXPECT_EQ(numbers(), (Numbers{2}));
-  send("a.b", 3, 16, [this](sd_bus_message *) { window.reset(); });
+  send("a.b", 3, 16, [this](CallEnd, sd_bus_message *) { window.reset(); });
   bus.answer(1);
   EXPECT_FALSE(window.has_value());
   bus.answer(0); // nobody waits for it any more
@@ -224,6 +225,38 @@ TEST_F(SendWindowTest, GivesUpAllAtOnceWhenTheConnectionIsGone) {
   EXPECT_LE(warnings.size(), 2u);
   for (const std::string &warning : warnings)
     EXPECT_TRUE(warning.starts_with("Failed to call com.quor.Event.Consumer.Event: -")) << warning;
+}
+
+TEST_F(SendWindowTest, IsSilentAboutALostConnectionWhenUnattended) {
+  const LogCapture log;
+  for (guint32 i = 1; i <= 300; ++i)
+    send("a.b", i);
+  window->set_unattended();
+  bus.hang_up();
+  EXPECT_TRUE(window->idle());
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(SendWindowTest, RefusesCallsWithoutAConnection) {
+  bus.hang_up();
+  const LogCapture log;
+  std::vector<CallEnd> ends;
+  send("a.b", 1, 16, [&](CallEnd end, sd_bus_message *) { ends.push_back(end); });
+  EXPECT_EQ(ends, (std::vector<CallEnd>{CallEnd::refused}));
+  EXPECT_EQ(log.lines().size(), 1u);
+  EXPECT_TRUE(window->idle());
+}
+
+TEST_F(SendWindowTest, SendsReadyMessagesInTheirTurn) {
+  for (guint32 i = 1; i <= 10; ++i)
+    window->send(
+        "a.b", make_window_call(
+                   build_call(bus.near(), {"a.b", "/o"}, served_producer::unsubscribe, i, 0u), 0));
+  bus.run();
+  EXPECT_EQ(bus.size(), 8u);
+  bus.answer(0);
+  bus.answer(0);
+  EXPECT_EQ(numbers().back(), 10u);
 }
 
 TEST_F(SendWindowTest, SendsWithoutPayloadToo) {
