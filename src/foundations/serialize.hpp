@@ -120,6 +120,15 @@ class Reader {
     require_size(length);
     return take(length);
   }
+  // Calls read(reader) with a reader that counts in a variable of its own, which can stay in a
+  // register over many fields, and moves on by what it read.
+  template <typename Read>
+  void read_ahead(Read read) {
+    guint32 index = *index_;
+    Reader ahead{data_, length_, &index};
+    read(ahead);
+    *index_ = index;
+  }
   guint32 remaining() const noexcept { return *index_ < length_ ? length_ - *index_ : 0; }
 
  private:

@@ -15,12 +15,25 @@ namespace varro2 {
 // What every absent text points to, so that it needs no memory. Never written to.
 inline constexpr char no_text[1] = "";
 
+// How far things moved when the one block of an arena was copied into another.
+struct Displacement {
+  std::ptrdiff_t of_texts;
+  std::ptrdiff_t of_objects;
+
+  template <typename T>
+  void object(T *&pointer) const noexcept {
+    if (pointer != nullptr)
+      pointer = reinterpret_cast<T *>(reinterpret_cast<char *>(pointer) + of_objects);
+  }
+  // All texts lie in the block, but for the empty one.
+  void text(char *&pointer) const noexcept { pointer += pointer != no_text ? of_texts : 0; }
+};
+
+// Each block is filled from both ends: objects from the front, aligned, texts from the back.
 class Arena {
  public:
   Arena() noexcept = default;
-  Arena(Arena &&other) noexcept
-      : chunks_{std::exchange(other.chunks_, nullptr)}, at_{std::exchange(other.at_, nullptr)},
-        end_{std::exchange(other.end_, nullptr)} {}
+  Arena(Arena &&other) noexcept { *this = std::move(other); }
   Arena &operator=(Arena &&other) noexcept {
     std::swap(chunks_, other.chunks_);
     std::swap(at_, other.at_);
@@ -34,26 +47,47 @@ class Arena {
 
   // Makes the next `size` bytes come from one block.
   void reserve(std::size_t size) {
-    if (size > static_cast<std::size_t>(end_ - at_))
+    if (size > room())
       add_chunk(size);
   }
 
-  // Aligned for everything that a container stores. Room is taken in multiples of the alignment.
+  // Aligned for everything that a container stores.
   template <typename T>
   T *allocate(std::size_t count = 1) {
     static_assert(alignof(T) <= alignment);
-    return static_cast<T *>(take(padded(count * sizeof(T))));
+    const std::size_t size = padded(count * sizeof(T));
+    make_room(size);
+    return reinterpret_cast<T *>(std::exchange(at_, at_ + size));
   }
 
   // A NUL-terminated copy with room for at least `capacity` bytes, the NUL included.
   char *text(std::string_view value, std::size_t capacity) {
-    char *copy = static_cast<char *>(take(padded(capacity)));
-    value.copy(copy, value.size());
-    copy[value.size()] = '\0';
-    return copy;
+    make_room(capacity);
+    end_ -= capacity;
+    value.copy(end_, value.size());
+    end_[value.size()] = '\0';
+    return end_;
   }
   char *text(std::string_view value) {
     return value.empty() ? const_cast<char *>(no_text) : text(value, value.size() + 1);
+  }
+
+  bool is_one_block() const noexcept { return chunks_ != nullptr && chunks_->next == nullptr; }
+
+  // A copy of the one block of `source`, without the room that is left in it. Pointers in the copy
+  // still point into the source: the displacement says where to.
+  static Arena copy_block(const Arena &source, Displacement &displacement) {
+    const char *const objects = reinterpret_cast<const char *>(source.chunks_ + 1);
+    const auto objects_size = static_cast<std::size_t>(source.at_ - objects);
+    const auto texts_size = static_cast<std::size_t>(objects + source.chunks_->size - source.end_);
+    Arena copy;
+    copy.add_chunk(objects_size + texts_size);
+    std::memcpy(copy.at_, objects, objects_size);
+    copy.end_ -= texts_size;
+    std::memcpy(copy.end_, source.end_, texts_size);
+    displacement = {copy.end_ - source.end_, copy.at_ - objects};
+    copy.at_ += objects_size;
+    return copy;
   }
 
   static constexpr std::size_t padded(std::size_t size) noexcept {
@@ -64,22 +98,22 @@ class Arena {
   struct Chunk {
     Chunk *next;
     std::size_t size;
+    std::size_t total; // of this chunk and those before it
   };
   static constexpr std::size_t alignment = 8;
   static constexpr std::size_t smallest = 512;
   static constexpr std::size_t largest = 64 * 1024;
 
-  void *take(std::size_t size) {
-    if (size > static_cast<std::size_t>(end_ - at_)) {
-      const std::size_t grown = chunks_ != nullptr ? 2 * chunks_->size : smallest;
-      add_chunk(std::max(size, std::min(grown, largest)));
+  std::size_t room() const noexcept { return static_cast<std::size_t>(end_ - at_); }
+  void make_room(std::size_t size) {
+    if (size > room()) [[unlikely]] {
+      const std::size_t total = chunks_ != nullptr ? chunks_->total : 0;
+      add_chunk(std::max(padded(size), std::clamp(total / 4, smallest, largest)));
     }
-    return std::exchange(at_, at_ + size);
   }
   void add_chunk(std::size_t size) {
     auto *chunk = static_cast<Chunk *>(g_malloc(sizeof(Chunk) + size));
-    chunk->next = chunks_;
-    chunk->size = size;
+    *chunk = {chunks_, size, size + (chunks_ != nullptr ? chunks_->total : 0)};
     chunks_ = chunk;
     at_ = reinterpret_cast<char *>(chunk + 1);
     end_ = at_ + size;
@@ -111,6 +145,7 @@ class ArenaVector {
     return data_[size_++] = value;
   }
   void clear() noexcept { size_ = 0; }
+  void displace(Displacement displacement) noexcept { displacement.object(data_); }
 
   T *begin() noexcept { return data_; }
   T *end() noexcept { return data_ + size_; }

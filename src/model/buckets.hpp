@@ -68,6 +68,17 @@ class BucketTable {
       insert(arena, bucket);
   }
 
+  void displace(Displacement displacement) noexcept {
+    buckets_.displace(displacement);
+    slots_.displace(displacement);
+    for (Bucket &bucket : buckets_) {
+      displacement.object(bucket.first);
+      displacement.object(bucket.last);
+      for (Pair *pair = bucket.first; pair != nullptr; pair = pair->next)
+        pair->displace(displacement);
+    }
+  }
+
   void reserve(Arena &arena, guint32 count) { buckets_.reserve(arena, count); }
   guint32 size() const noexcept { return buckets_.size(); }
   bool empty() const noexcept { return buckets_.empty(); }

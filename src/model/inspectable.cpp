@@ -17,6 +17,10 @@ Inspectable::Inspectable(guint32 of_type) : type{of_type} {
 
 Inspectable::Inspectable(const Inspectable &source, guint32 new_type)
     : type{new_type}, internal{source.internal} {
+  if (source.copies_as_it_is()) {
+    copy_block(source);
+    return;
+  }
   arena_.reserve(source.storage_size());
   and_lists_.reserve(arena_, source.and_lists_.size());
   for (const AndList &and_list : source.and_lists_)
@@ -53,6 +57,8 @@ void Inspectable::destroy_pairs() noexcept {
 }
 
 AndList &Inspectable::add_and_list() {
+  // Most containers have one and no more.
+  and_lists_.reserve(arena_, 1);
   return and_lists_.push_back(arena_, AndList{});
 }
 
@@ -71,9 +77,7 @@ void Inspectable::add(const PairFields &fields, const GList *tags) {
     redeclare(*declared, fields);
   else
     and_list.add(arena_, pair);
-  for (; tags != nullptr; tags = tags->next)
-    if (!varro2::has_tag(pair->tags, static_cast<const char *>(tags->data)))
-      pair->append_tag(varro2::view_of(static_cast<const char *>(tags->data)), arena_);
+  pair->store_tags_once(tags, arena_);
   positions_hidden_ = false;
 }
 
@@ -86,7 +90,7 @@ void Inspectable::add_tag(std::string_view tag) {
 
 // The later declaration of a key wins; its place and its memory stay.
 void Inspectable::redeclare(Bucket &bucket, const PairFields &fields) {
-  bucket.first->restart(fields);
+  bucket.first->restart(fields, arena_);
   for (Pair *pair = std::exchange(bucket.first->next, nullptr); pair != nullptr;)
     std::exchange(pair, pair->next)->~Pair();
   bucket.last = bucket.first;
@@ -128,8 +132,40 @@ std::size_t Inspectable::storage_size() const noexcept {
                           [&size](const Pair &pair) { size += Pair::storage_size(pair); });
   }
   for (const GList *tag = tags_; tag != nullptr; tag = tag->next)
-    size += sizeof(GList) + Arena::padded(std::strlen(static_cast<const char *>(tag->data)) + 1);
+    size += sizeof(GList) + std::strlen(static_cast<const char *>(tag->data)) + 1;
   return size;
+}
+
+bool Inspectable::copies_as_it_is() const noexcept {
+  if (!arena_.is_one_block())
+    return false;
+  const auto all_of = [](const auto &table) {
+    for (const Bucket &bucket : table)
+      for (const Pair *pair = bucket.first; pair != nullptr; pair = pair->next)
+        if (!pair->copies_as_it_is())
+          return false;
+    return true;
+  };
+  for (const AndList &and_list : and_lists_)
+    if (!all_of(and_list.keys) || !all_of(and_list.wildcards))
+      return false;
+  return true;
+}
+
+// Copies the one block that everything lies in, then tells each pointer in it where things are now.
+void Inspectable::copy_block(const Inspectable &source) {
+  varro2::Displacement displacement{};
+  arena_ = Arena::copy_block(source.arena_, displacement);
+  and_lists_ = source.and_lists_;
+  and_lists_.displace(displacement);
+  for (AndList &and_list : and_lists_) {
+    and_list.keys.displace(displacement);
+    and_list.wildcards.displace(displacement);
+  }
+  tags_ = source.tags_;
+  last_tag_ = source.last_tag_;
+  displacement.object(last_tag_);
+  varro2::displace_tags(tags_, displacement);
 }
 
 void Inspectable::copy_pairs(AndList &to, const AndList &from) {
@@ -139,10 +175,7 @@ void Inspectable::copy_pairs(AndList &to, const AndList &from) {
       Bucket copied{bucket.key, 0, nullptr, nullptr};
       for (const Pair *pair = bucket.first; pair != nullptr; pair = pair->next) {
         Pair *added = store(PairFields::of(*pair));
-        for (const GList *tag = pair->tags; tag != nullptr; tag = tag->next)
-          if (const auto *text = static_cast<const char *>(tag->data);
-              !varro2::has_tag(added->tags, text))
-            added->append_tag(varro2::view_of(text), arena_);
+        added->store_tags_once(pair->tags, arena_);
         (copied.last != nullptr ? copied.last->next : copied.first) = added;
         copied.last = added;
         ++copied.size;
@@ -158,13 +191,14 @@ void Inspectable::copy_pairs(AndList &to, const AndList &from) {
 
 namespace {
 
-// What a pair takes in a record at the least, and what its texts usually take in memory.
+// What the parts take in a record at the least, and what the texts of a pair usually take at most.
+constexpr guint32 smallest_record_of_and_list = 5;
 constexpr guint32 smallest_record_of_bucket = 24;
-constexpr guint32 usual_texts_of_pair = 40;
+constexpr guint32 usual_texts_of_pair = 64;
 
 } // namespace
 
-Bucket Inspectable::read_bucket(Reader &reader) {
+Bucket Inspectable::read_bucket(Reader &reader, PairFields &fields) {
   const guint8 record = reader.u8();
   const guint16 count = reader.u16();
   VARRO2_ASSERT_AS("bucket_deserialize", "type == SERIALIZE_ID_BUCKET",
@@ -172,9 +206,13 @@ Bucket Inspectable::read_bucket(Reader &reader) {
   VARRO2_ASSERT_AS("bucket_deserialize", "bucket->key_value_list != NULL", count != 0);
   Bucket bucket{0, count, nullptr, nullptr};
   for (guint16 read = 0; read < count; ++read) {
-    Pair *pair = store(varro2::read_pair_fields(reader));
-    for (guint16 tags = reader.u16(); tags > 0; --tags)
-      pair->append_tag(reader.text(), arena_);
+    varro2::read_pair_fields(reader, fields);
+    Pair *pair = store(fields);
+    GList *last_tag = nullptr;
+    for (guint16 tags = reader.u16(); tags > 0; --tags) {
+      const std::string_view tag = reader.text();
+      last_tag = pair->store_tag(last_tag, tag.data(), tag.size(), arena_);
+    }
     if (bucket.first == nullptr) {
       bucket.key = pair->key;
       bucket.first = pair;
@@ -188,23 +226,29 @@ Bucket Inspectable::read_bucket(Reader &reader) {
   return bucket;
 }
 
-void Inspectable::read_and_list(Reader &reader) {
+void Inspectable::read_and_list(Reader &reader, guint16 still_to_come) {
   const guint8 record = reader.u8();
   VARRO2_ASSERT_AS("and_list_deserialize", "type == SERIALIZE_ID_ANDLIST",
                    record == SERIALIZE_ID_ANDLIST);
-  const auto read_table = [&](auto &table) {
+  const auto read_table = [&](auto &table, guint32 and_lists) {
     const guint16 count = reader.u16();
     // A broken count must not make us take more than the record can fill.
     const guint32 expected =
         std::min<guint32>(count, reader.remaining() / smallest_record_of_bucket);
-    arena_.reserve(expected * (sizeof(Bucket) + sizeof(Pair) + usual_texts_of_pair));
+    const guint32 texts = std::min(reader.remaining() - expected * smallest_record_of_bucket,
+                                   expected * usual_texts_of_pair);
+    arena_.reserve(and_lists * sizeof(AndList) + expected * (sizeof(Bucket) + sizeof(Pair)) +
+                   texts);
+    and_lists_.reserve(arena_, and_lists);
     table.reserve(arena_, expected);
+    PairFields fields; // of one pair after the other
     for (guint16 read = 0; read < count; ++read)
-      table.put(arena_, read_bucket(reader));
+      table.put(arena_, read_bucket(reader, fields));
   };
   AndList and_list;
-  read_table(and_list.keys);
-  read_table(and_list.wildcards);
+  read_table(and_list.keys, std::min<guint32>(still_to_come, 1 + reader.remaining() /
+                                                                     smallest_record_of_and_list));
+  read_table(and_list.wildcards, 0);
   and_lists_.push_back(arena_, and_list);
 }
 
@@ -220,7 +264,7 @@ Inspectable Inspectable::read(Reader &reader) {
   inspect.internal = reader.u8();
   inspect.positions_hidden_ = type_read == IT_EVENT_DECLARATION;
   for (guint16 read = 0; read < and_list_count; ++read)
-    inspect.read_and_list(reader);
+    inspect.read_and_list(reader, static_cast<guint16>(and_list_count - read));
   for (guint16 tags = reader.u16(); tags > 0; --tags)
     inspect.add_tag(reader.text());
   return inspect;

@@ -15,8 +15,8 @@ namespace varro2 {
 template <class Sink>
 void write_pair(const KeyValue &pair, Sink &sink);
 
-// The same read back, up to its tags, which follow: a count of 16 bits and the texts.
-PairFields read_pair_fields(Reader &reader);
+// The same read back, all fields up to the tags, which follow: a count of 16 bits and the texts.
+void read_pair_fields(Reader &reader, PairFields &fields);
 
 // One element "tag" for each tag.
 void add_tag_elements(XmlNode *node, const GList *tags);
@@ -50,6 +50,11 @@ struct Inspectable final {
   // in a container read from a record without any.
   const varro2::Pair *find(const char *key) const noexcept;
   varro2::Pair *find(const char *key) noexcept;
+  // Sets a text of a pair that find() gave.
+  varro2::OwnedText set_text(varro2::Pair &pair, varro2::Text which, std::string_view text) {
+    return pair.set_text(which, text, arena_);
+  }
+  void set_value(varro2::Pair &pair, std::string_view text) { pair.set_value(text, arena_); }
   // How many keys the positional accessors see, and the pair at a position or null.
   guint32 key_count() const noexcept;
   const varro2::Pair *at(guint32 position) const noexcept;
@@ -66,12 +71,14 @@ struct Inspectable final {
   Inspectable(guint32 of_type, WithoutAndList) noexcept : type{of_type} {}
 
   std::size_t storage_size() const noexcept;
+  bool copies_as_it_is() const noexcept;
+  void copy_block(const Inspectable &source);
   void copy_pairs(varro2::AndList &to, const varro2::AndList &from);
   varro2::Pair *store(const varro2::PairFields &fields);
   void redeclare(varro2::Bucket &bucket, const varro2::PairFields &fields);
   const varro2::Bucket *bucket_of(const char *key) const noexcept;
-  varro2::Bucket read_bucket(varro2::Reader &reader);
-  void read_and_list(varro2::Reader &reader);
+  varro2::Bucket read_bucket(varro2::Reader &reader, varro2::PairFields &fields);
+  void read_and_list(varro2::Reader &reader, guint16 still_to_come);
   void destroy_pairs() noexcept;
 
   varro2::Arena arena_;
@@ -85,23 +92,35 @@ struct Inspectable final {
 
 namespace varro2 {
 
+// Most texts are empty: those need no search for their end.
 template <class Sink>
-void write_pair(const KeyValue &pair, Sink &sink) {
+[[gnu::always_inline]] inline void write_text(const char *text, Sink &sink) {
+  if (text != nullptr && *text == '\0')
+    sink.u16(0);
+  else
+    sink.text(text);
+}
+
+// Writes through a copy of the sink, which can stay in registers.
+template <class Sink>
+void write_pair(const KeyValue &pair, Sink &to) {
+  Sink sink = to;
   sink.u8(SERIALIZE_ID_KEYVALUE);
   sink.text(g_quark_to_string(pair.key));
   sink.u8(static_cast<guint32>(pair.key_wildcard));
-  sink.text(pair.name_space);
-  sink.text(pair.key_nice_name);
-  sink.text(pair.value);
+  write_text(pair.name_space, sink);
+  write_text(pair.key_nice_name, sink);
+  write_text(pair.value, sink);
   sink.u8(static_cast<guint32>(pair.value_wildcard));
-  sink.text(pair.value_nice_name);
-  sink.text(pair.value_user_string);
-  sink.text(pair.complex_type_name);
+  write_text(pair.value_nice_name, sink);
+  write_text(pair.value_user_string, sink);
+  write_text(pair.complex_type_name, sink);
   sink.u8(static_cast<guint32>(pair.negated));
   sink.u8(pair.value_type);
-  sink.u16(g_list_length(pair.tags));
+  sink.u16(pair.tags != nullptr ? g_list_length(pair.tags) : 0);
   for (const GList *tag = pair.tags; tag != nullptr; tag = tag->next)
     sink.text(static_cast<const char *>(tag->data));
+  to = sink;
 }
 
 template <class Table, class Sink>

@@ -44,8 +44,10 @@ gboolean inspectable_add_key_value(Inspectable *inspect, const char *key, gboole
     VARRO2_ASSERT(key_wildcard == FALSE);
   if (inspect->type == IT_EVENT || inspect->type == IT_PROPERTY_STATE)
     VARRO2_ASSERT(inspectable_get_value(inspect, key) == NULL);
-  inspect->add(*varro2::make_fields(view_of(key), key != nullptr, key_wildcard, view_of(value),
-                                    value_wildcard, negated));
+  varro2::PairFields fields;
+  varro2::set_fields(fields, view_of(key), key != nullptr, key_wildcard, view_of(value),
+                     value_wildcard, negated);
+  inspect->add(fields);
   return TRUE;
 }
 
@@ -61,7 +63,7 @@ gboolean inspectable_set_value(Inspectable *inspect, const char *key,
   const varro2::ValueText text{value, pair->value_type};
   if (text.c_str() == nullptr)
     return FALSE;
-  pair->set_value(text.c_str());
+  inspect->set_value(*pair, text.c_str());
   return TRUE;
 }
 
@@ -74,7 +76,7 @@ gboolean inspectable_set_value_as_string(Inspectable *inspect, const char *key,
   Pair *pair = inspect->find(key);
   if (pair == nullptr || !pair->value_settable)
     return FALSE;
-  pair->set_value(value);
+  inspect->set_value(*pair, value);
   return TRUE;
 }
 
@@ -84,7 +86,7 @@ gboolean set_text(Inspectable &inspect, const char *key, Text which, const char 
   Pair *pair = inspect.find(key);
   if (pair == nullptr)
     return FALSE;
-  pair->set_text(which, view_of(text));
+  inspect.set_text(*pair, which, view_of(text));
   return TRUE;
 }
 
@@ -110,9 +112,9 @@ gboolean inspectable_set_nice_names(Inspectable *inspect, const char *key,
   // The names may change places.
   varro2::OwnedText former;
   if (key_nice_name != nullptr)
-    former = pair->set_text(varro2::text_key_nice_name, key_nice_name);
+    former = inspect->set_text(*pair, varro2::text_key_nice_name, key_nice_name);
   if (value_nice_name != nullptr)
-    pair->set_text(varro2::text_value_nice_name, value_nice_name);
+    inspect->set_text(*pair, varro2::text_value_nice_name, value_nice_name);
   return TRUE;
 }
 

@@ -31,45 +31,46 @@ char *copy_unless_empty(const char *text) {
 
 } // namespace
 
-PairFields varro2::read_pair_fields(Reader &reader) {
+void varro2::read_pair_fields(Reader &reader, PairFields &fields) {
   static constexpr const char *function = "key_value_deserialize";
-  const guint8 record = reader.u8();
-  VARRO2_ASSERT_AS(function, "type == SERIALIZE_ID_KEYVALUE", record == SERIALIZE_ID_KEYVALUE);
-  const std::string_view key = reader.text();
-  const gboolean key_wildcard = reader.u8();
-  const std::string_view name_space = reader.text();
-  const std::string_view key_nice_name = reader.text();
-  const std::string_view value = reader.text();
-  const gboolean value_wildcard = reader.u8();
-  const std::string_view value_nice_name = reader.text();
-  const std::string_view value_user_string = reader.text();
-  const std::string_view complex_type_name = reader.text();
-  const gboolean negated = reader.u8();
-  auto fields = make_fields(key, true, key_wildcard, value, value_wildcard, negated);
-  VARRO2_ASSERT_AS(function, "key_value != NULL", fields.has_value());
-  fields->texts[text_name_space] = name_space;
-  fields->texts[text_key_nice_name] = key_nice_name;
-  fields->texts[text_value_nice_name] = value_nice_name;
-  fields->texts[text_value_user_string] = value_user_string;
-  fields->texts[text_complex_type_name] = complex_type_name;
-  fields->value_type = reader.u8();
-  return *fields;
+  std::string_view key;
+  std::string_view value;
+  gboolean key_wildcard = FALSE;
+  gboolean value_wildcard = FALSE;
+  gboolean negated = FALSE;
+  reader.read_ahead([&](Reader &ahead) {
+    const guint8 record = ahead.u8();
+    VARRO2_ASSERT_AS(function, "type == SERIALIZE_ID_KEYVALUE", record == SERIALIZE_ID_KEYVALUE);
+    key = ahead.text();
+    key_wildcard = ahead.u8();
+    fields.texts[text_name_space] = ahead.text();
+    fields.texts[text_key_nice_name] = ahead.text();
+    value = ahead.text();
+    value_wildcard = ahead.u8();
+    fields.texts[text_value_nice_name] = ahead.text();
+    fields.texts[text_value_user_string] = ahead.text();
+    fields.texts[text_complex_type_name] = ahead.text();
+    negated = ahead.u8();
+  });
+  const bool made = set_fields(fields, key, true, key_wildcard, value, value_wildcard, negated);
+  VARRO2_ASSERT_AS(function, "key_value != NULL", made);
+  fields.value_type = reader.u8();
 }
 
 KeyValue *key_value_new(const char *key, gboolean key_wildcard, const char *name_space,
                         const char *key_nice_name, const char *value, gboolean value_wildcard,
                         const char *value_nice_name, const char *value_user_string,
                         const char *complex_type_name, gboolean negated) noexcept {
-  auto fields = varro2::make_fields(varro2::view_of(key), key != nullptr, key_wildcard,
-                                    varro2::view_of(value), value_wildcard, negated);
-  if (!fields)
+  PairFields fields;
+  if (!varro2::set_fields(fields, varro2::view_of(key), key != nullptr, key_wildcard,
+                          varro2::view_of(value), value_wildcard, negated))
     return nullptr;
-  fields->texts[varro2::text_name_space] = varro2::view_of(name_space);
-  fields->texts[varro2::text_key_nice_name] = varro2::view_of(key_nice_name);
-  fields->texts[varro2::text_value_nice_name] = varro2::view_of(value_nice_name);
-  fields->texts[varro2::text_value_user_string] = varro2::view_of(value_user_string);
-  fields->texts[varro2::text_complex_type_name] = varro2::view_of(complex_type_name);
-  return new Pair{*fields};
+  fields.texts[varro2::text_name_space] = varro2::view_of(name_space);
+  fields.texts[varro2::text_key_nice_name] = varro2::view_of(key_nice_name);
+  fields.texts[varro2::text_value_nice_name] = varro2::view_of(value_nice_name);
+  fields.texts[varro2::text_value_user_string] = varro2::view_of(value_user_string);
+  fields.texts[varro2::text_complex_type_name] = varro2::view_of(complex_type_name);
+  return new Pair{fields};
 }
 
 void key_value_free(KeyValue *key_value) noexcept {
@@ -79,8 +80,7 @@ void key_value_free(KeyValue *key_value) noexcept {
 KeyValue *key_value_copy(const KeyValue *key_value) noexcept {
   VARRO2_ASSERT(key_value != NULL);
   auto *copy = new Pair{PairFields::of(*key_value)};
-  for (const GList *tag = key_value->tags; tag != nullptr; tag = tag->next)
-    varro2::add_tag_once(*copy, static_cast<const char *>(tag->data));
+  varro2::copy_tags_once(*copy, key_value->tags);
   return copy;
 }
 
@@ -157,9 +157,13 @@ KeyValue *key_value_deserialize(const GByteArray *array, guint32 *indx) noexcept
   VARRO2_ASSERT(array != NULL);
   VARRO2_ASSERT(indx != NULL);
   varro2::Reader reader{array, indx};
-  auto *pair = new Pair{varro2::read_pair_fields(reader)};
-  for (guint16 tags = reader.u16(); tags > 0; --tags)
-    key_value_give_tag(pair, deserialize_string(array, indx));
+  PairFields fields;
+  varro2::read_pair_fields(reader, fields);
+  auto *pair = new Pair{fields};
+  GQueue tags = G_QUEUE_INIT;
+  for (guint16 left = reader.u16(); left > 0; --left)
+    g_queue_push_tail(&tags, deserialize_string(array, indx));
+  pair->tags = tags.head;
   return pair;
 }
 

@@ -3,10 +3,9 @@
 #include "preconditions.hpp"
 #include "quarks.hpp"
 
-#include <varro2/eventutils.h>
-
 #include <cstddef>
 #include <string>
+#include <unordered_set>
 
 static_assert(offsetof(KeyValue, key) == 0);
 static_assert(offsetof(KeyValue, value) == sizeof(void *));
@@ -24,13 +23,49 @@ static_assert(offsetof(KeyValue, paired) == 8 * sizeof(void *) + 24);
 namespace varro2 {
 namespace {
 
-// Room that an open value gets in the arena: enough for any integer and most words.
-constexpr std::size_t open_value_room = 16;
+// Room that an open value gets in the arena: enough for numbers, timestamps and most names.
+constexpr std::size_t open_value_room = 24;
 
 std::size_t value_room(std::size_t length, gboolean settable) noexcept {
   if (settable)
-    return Arena::padded(std::max(length + 1, open_value_room));
-  return length == 0 ? 0 : Arena::padded(length + 1);
+    return std::max(length + 1, open_value_room);
+  return length == 0 ? 0 : length + 1;
+}
+
+constexpr guint32 bit_of(unsigned which) noexcept {
+  return 1u << which;
+}
+
+constexpr guint32 all_texts = bit_of(text_count) - 1;
+
+// So many tags are compared one by one.
+constexpr guint32 few_tags = 16;
+
+// Visits each tag unless an equal one came before. A record that brings many must not cost their
+// square.
+template <typename Visit>
+void for_each_tag_once(const GList *list, Visit visit) {
+  std::unordered_set<std::string_view> more;
+  guint32 count = 0;
+  bool null_seen = false;
+  for (const GList *at = list; at != nullptr; at = at->next, ++count) {
+    const auto *tag = static_cast<const char *>(at->data);
+    bool seen = false;
+    if (tag == nullptr) {
+      seen = std::exchange(null_seen, true);
+    } else if (count < few_tags) {
+      for (const GList *before = list; before != at && !seen; before = before->next)
+        seen = g_strcmp0(static_cast<const char *>(before->data), tag) == 0;
+    } else {
+      if (more.empty())
+        for (const GList *before = list; before != at; before = before->next)
+          if (before->data != nullptr)
+            more.insert(static_cast<const char *>(before->data));
+      seen = !more.insert(tag).second;
+    }
+    if (!seen)
+      visit(tag);
+  }
 }
 
 char *new_text(std::string_view text) {
@@ -52,33 +87,28 @@ PairFields PairFields::of(const KeyValue &pair) noexcept {
   return fields;
 }
 
-std::optional<PairFields> make_fields(std::string_view key, bool has_key, gboolean key_wildcard,
-                                      std::string_view value, gboolean value_wildcard,
-                                      gboolean negated) {
+bool set_fields(PairFields &fields, std::string_view key, bool has_key, gboolean key_wildcard,
+                std::string_view value, gboolean value_wildcard, gboolean negated) {
   if (key_wildcard == TRUE && value_wildcard == TRUE)
-    return std::nullopt;
+    return false;
   const std::string_view empty{no_text, 0};
   if (key_wildcard == TRUE) {
-    VARRO2_ASSERT_AS("key_value_new", "value != NULL", value.data() != nullptr);
     key = empty;
   } else {
     VARRO2_ASSERT_AS("key_value_new", "key != NULL", has_key);
     if (value_wildcard == TRUE)
       value = empty;
-    VARRO2_ASSERT_AS("key_value_new", "value != NULL", value.data() != nullptr);
   }
+  VARRO2_ASSERT_AS("key_value_new", "value != NULL", value.data() != nullptr);
   VARRO2_ASSERT_AS("key_value_new_internal", "key_wildcard == FALSE || value_wildcard == FALSE",
                    key_wildcard == FALSE || value_wildcard == FALSE);
-  PairFields fields;
   fields.key = intern(key);
-  fields.texts.fill(empty);
   fields.texts[text_value] = value;
-  fields.value_type = VALUE_TYPE_STRING;
   fields.value_settable = value_wildcard;
   fields.key_wildcard = key_wildcard;
   fields.value_wildcard = value_wildcard;
   fields.negated = negated;
-  return fields;
+  return true;
 }
 
 void Pair::set_plain(const PairFields &fields) noexcept {
@@ -96,7 +126,7 @@ Pair::Pair(const PairFields &fields) : KeyValue{} {
     if (fields.texts[which].data() == nullptr)
       continue;
     this->*text_members[which] = new_text(fields.texts[which]);
-    own_texts_ |= static_cast<guint16>(1u << which);
+    own_texts_ = (own_texts_ | bit_of(which)) & all_texts;
   }
 }
 
@@ -109,14 +139,12 @@ Pair::Pair(const PairFields &fields, Arena &arena) : KeyValue{} {
     this->*text_members[which] = arena.text(fields.texts[which]);
 }
 
-Pair::~Pair() {
-  if (own_texts_ != 0) {
-    for (unsigned which = 0; which < text_count; ++which)
-      if (own_texts_ & (1u << which))
-        g_free(this->*text_members[which]);
-  }
+void Pair::free_own() noexcept {
+  for (unsigned which = 0; which < text_count; ++which)
+    if ((own_texts_ & bit_of(which)) != 0)
+      g_free(this->*text_members[which]);
   GList *tag = tags;
-  for (guint16 stored = 0; stored < stored_tags_; ++stored)
+  for (guint32 stored = 0; stored < stored_tags_; ++stored)
     tag = tag->next;
   while (tag != nullptr) {
     GList *following = tag->next;
@@ -126,32 +154,33 @@ Pair::~Pair() {
   }
 }
 
-OwnedText Pair::set_text(Text which, std::string_view text) {
+OwnedText Pair::set_text(Text which, std::string_view text, Arena &arena) {
   char *&member = this->*text_members[which];
+  const bool absent = member == no_text;
+  if (text.empty()) {
+    if (!absent)
+      *member = '\0';
+    return nullptr;
+  }
   if (which == text_value && text.size() < value_capacity_) {
     std::memmove(member, text.data(), text.size());
     member[text.size()] = '\0';
     return nullptr;
   }
-  const auto bit = static_cast<guint16>(1u << which);
-  OwnedText former{(own_texts_ & bit) != 0 ? member : nullptr};
-  if (text.empty()) {
-    member = const_cast<char *>(no_text);
-    own_texts_ &= static_cast<guint16>(~bit);
-  } else {
-    member = new_text(text);
-    own_texts_ |= bit;
-  }
+  OwnedText former{(own_texts_ & bit_of(which)) != 0 ? member : nullptr};
+  member = absent ? arena.text(text) : new_text(text);
+  if (!absent)
+    own_texts_ = (own_texts_ | bit_of(which)) & all_texts;
   if (which == text_value)
-    value_capacity_ = text.empty() ? 0 : static_cast<guint32>(text.size() + 1);
+    value_capacity_ = static_cast<guint32>(text.size() + 1);
   return former;
 }
 
-void Pair::restart(const PairFields &fields) {
+void Pair::restart(const PairFields &fields, Arena &arena) {
   set_plain(fields);
   for (unsigned which = 0; which < text_count; ++which)
-    set_text(static_cast<Text>(which), fields.texts[which]);
-  for (guint16 stored = 0; stored < stored_tags_; ++stored)
+    set_text(static_cast<Text>(which), fields.texts[which], arena);
+  for (guint32 stored = 0; stored < stored_tags_; ++stored)
     tags = tags->next;
   if (tags != nullptr) {
     tags->prev = nullptr;
@@ -161,31 +190,51 @@ void Pair::restart(const PairFields &fields) {
   stored_tags_ = 0;
 }
 
-void Pair::append_tag(std::string_view tag, Arena &arena) {
-  // Tags in the arena come first in the list; behind one of GLib's allocator only such can follow.
-  if (g_list_length(tags) != stored_tags_ || stored_tags_ == G_MAXUINT16) {
-    tags = g_list_append(tags, new_text(tag));
-    return;
-  }
-  GList *last = g_list_last(tags);
+GList *Pair::store_tag(GList *last, const char *tag, std::size_t length, Arena &arena) {
   auto *node = arena.allocate<GList>();
-  *node = {arena.text(tag, tag.size() + 1), nullptr, last};
+  char *text = tag != nullptr ? arena.text({tag, length}, length + 1) : nullptr;
+  *node = {text, nullptr, last};
   (last != nullptr ? last->next : tags) = node;
   ++stored_tags_;
+  return node;
+}
+
+void Pair::store_tags_once(const GList *list, Arena &arena) {
+  GList *last = nullptr;
+  for_each_tag_once(
+      list, [&](const char *tag) { last = store_tag(last, tag, view_of(tag).size(), arena); });
+}
+
+bool Pair::has_stored_tags_once() const noexcept {
+  guint32 count = 0;
+  for (const GList *tag = tags; tag != nullptr; tag = tag->next, ++count)
+    if (count == stored_tags_ || count == few_tags ||
+        has_tag(tag->next, static_cast<const char *>(tag->data)))
+      return false;
+  return true;
 }
 
 std::size_t Pair::storage_size(const KeyValue &pair) noexcept {
-  std::size_t size = Arena::padded(sizeof(Pair)) +
-                     value_room(std::strlen(text_or_empty(pair.value)), pair.value_settable);
+  std::size_t size =
+      sizeof(Pair) + value_room(std::strlen(text_or_empty(pair.value)), pair.value_settable);
   for (unsigned which = text_value + 1; which < text_count; ++which) {
     const char *text = pair.*text_members[which];
     if (!is_empty(text))
-      size += Arena::padded(std::strlen(text) + 1);
+      size += std::strlen(text) + 1;
   }
   for (const GList *tag = pair.tags; tag != nullptr; tag = tag->next)
-    size += Arena::padded(sizeof(GList)) +
-            Arena::padded(view_of(static_cast<const char *>(tag->data)).size() + 1);
+    size += sizeof(GList) + view_of(static_cast<const char *>(tag->data)).size() + 1;
   return size;
+}
+
+void displace_tags(GList *&tags, Displacement displacement) noexcept {
+  displacement.object(tags);
+  for (GList *tag = tags; tag != nullptr; tag = tag->next) {
+    if (tag->data != nullptr)
+      tag->data = static_cast<char *>(tag->data) + displacement.of_texts;
+    displacement.object(tag->next);
+    displacement.object(tag->prev);
+  }
 }
 
 bool has_tag(const GList *tags, const char *tag) noexcept {
@@ -205,6 +254,12 @@ GList *copy_tags_reversed(const GList *tags) {
 void add_tag_once(KeyValue &pair, const char *tag) {
   if (!has_tag(pair.tags, tag))
     pair.tags = g_list_append(pair.tags, g_strdup(tag));
+}
+
+void copy_tags_once(KeyValue &pair, const GList *list) {
+  GQueue tags = G_QUEUE_INIT;
+  for_each_tag_once(list, [&](const char *tag) { g_queue_push_tail(&tags, g_strdup(tag)); });
+  pair.tags = tags.head;
 }
 
 } // namespace varro2

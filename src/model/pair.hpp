@@ -7,10 +7,10 @@
 #include "arena.hpp"
 #include "owning.hpp"
 
+#include <varro2/eventutils.h>
 #include <varro2/keyvalue.h>
 
 #include <array>
-#include <optional>
 #include <string_view>
 
 namespace varro2 {
@@ -30,11 +30,12 @@ inline constexpr std::array<char * KeyValue::*, text_count> text_members{
     &KeyValue::value,           &KeyValue::value_user_string, &KeyValue::key_nice_name,
     &KeyValue::value_nice_name, &KeyValue::name_space,        &KeyValue::complex_type_name};
 
-// What a new pair is made of, all borrowed. A text without data is NULL.
+// What a new pair is made of, all borrowed. A text without data is NULL on a pair of its own, and
+// empty inside a container.
 struct PairFields {
   GQuark key = 0;
   std::array<std::string_view, text_count> texts;
-  guint32 value_type = 0;
+  guint32 value_type = VALUE_TYPE_STRING;
   gboolean value_settable = FALSE;
   gboolean key_wildcard = FALSE;
   gboolean value_wildcard = FALSE;
@@ -56,11 +57,12 @@ inline bool is_empty(const char *text) noexcept {
   return text == nullptr || *text == '\0';
 }
 
-// The fields as key_value_new() understands its arguments; none when both wildcards are set. The
-// texts but key and value start empty.
-std::optional<PairFields> make_fields(std::string_view key, bool has_key, gboolean key_wildcard,
-                                      std::string_view value, gboolean value_wildcard,
-                                      gboolean negated);
+// Sets key, value and flags as key_value_new() understands its arguments, which answers for them;
+// the other texts are the caller's. False when both wildcards are set.
+bool set_fields(PairFields &fields, std::string_view key, bool has_key, gboolean key_wildcard,
+                std::string_view value, gboolean value_wildcard, gboolean negated);
+
+void displace_tags(GList *&tags, Displacement displacement) noexcept;
 
 struct Pair final : KeyValue {
   // On its own: every text and tag from GLib's allocator.
@@ -69,31 +71,57 @@ struct Pair final : KeyValue {
   Pair(const PairFields &fields, Arena &arena);
   Pair(const Pair &) = delete;
   Pair &operator=(const Pair &) = delete;
-  ~Pair();
+  ~Pair() {
+    if (own_texts_ != 0 || tags != nullptr)
+      free_own();
+  }
 
-  // Replaces a text, a value in place where it fits. The new text may lie in the old one; what was
-  // the pair's own before is handed out, alive.
-  OwnedText set_text(Text which, std::string_view text);
-  void set_value(std::string_view text) {
-    set_text(text_value, text);
+  // Sets a text of a pair inside a container. The first one goes into the arena, a value stays in
+  // its place while it fits, and what is set again and again comes from GLib's allocator, so that
+  // the arena does not grow. The new text may lie in the old one; what was the pair's own before is
+  // handed out, alive.
+  OwnedText set_text(Text which, std::string_view text, Arena &arena);
+  void set_value(std::string_view text, Arena &arena) {
+    set_text(text_value, text, arena);
     value_wildcard = FALSE;
   }
   // A declaration's key that is declared again starts over in its place.
-  void restart(const PairFields &fields);
+  void restart(const PairFields &fields, Arena &arena);
 
-  void append_tag(std::string_view tag, Arena &arena);
+  // Both add to a pair inside a container that has got its tags in no other way so far. The first
+  // goes on behind `last`, null at first, and returns the new last one; the second takes each tag
+  // of the list once.
+  GList *store_tag(GList *last, const char *tag, std::size_t length, Arena &arena);
+  void store_tags_once(const GList *list, Arena &arena);
 
   // Bytes that a container needs to store a pair like this one.
   static std::size_t storage_size(const KeyValue &pair) noexcept;
+  // Whether a copy has the same bytes: nothing is outside the arena, and no tag is there twice.
+  bool copies_as_it_is() const noexcept {
+    return own_texts_ == 0 && (tags == nullptr || has_stored_tags_once());
+  }
+  void displace(Displacement displacement) noexcept {
+    displacement.text(value);
+    displacement.text(value_user_string);
+    displacement.text(key_nice_name);
+    displacement.text(value_nice_name);
+    displacement.text(name_space);
+    displacement.text(complex_type_name);
+    displacement.object(next);
+    if (tags != nullptr)
+      displace_tags(tags, displacement);
+  }
 
   Pair *next = nullptr; // the next pair of the same bucket
 
  private:
   void set_plain(const PairFields &fields) noexcept;
+  bool has_stored_tags_once() const noexcept;
+  void free_own() noexcept;
 
-  guint32 value_capacity_ = 0; // bytes at value that may be written, the NUL included
-  guint16 stored_tags_ = 0;    // so many tags, the first ones, live in the arena
-  guint16 own_texts_ = 0;      // a bit for each text that came from GLib's allocator
+  guint32 value_capacity_ = 0;         // bytes at value that may be written, the NUL included
+  guint32 stored_tags_ : 26 = 0;       // so many tags, the first ones, live in the arena
+  guint32 own_texts_ : text_count = 0; // a bit for each text that came from GLib's allocator
 };
 
 bool has_tag(const GList *tags, const char *tag) noexcept;
@@ -102,5 +130,8 @@ bool has_tag(const GList *tags, const char *tag) noexcept;
 GList *copy_tags_reversed(const GList *tags);
 
 void add_tag_once(KeyValue &pair, const char *tag);
+
+// Appends a copy of each tag in the list once, to a pair without tags.
+void copy_tags_once(KeyValue &pair, const GList *list);
 
 } // namespace varro2

@@ -13,12 +13,24 @@ struct Entry {
   GQuark quark;
 };
 
+// Mixes the length with the first and the last bytes, which overlap in a short text.
+guint64 hash_of(std::string_view text) noexcept {
+  const auto load = [&text]<typename T>(T first) {
+    T last = 0;
+    std::memcpy(&first, text.data(), sizeof(T));
+    std::memcpy(&last, text.data() + text.size() - sizeof(T), sizeof(T));
+    return guint64{first} + guint64{last} * 31;
+  };
+  const guint64 bytes = text.size() >= sizeof(guint64)   ? load(guint64{})
+                        : text.size() >= sizeof(guint32) ? load(guint32{})
+                        : text.empty()                   ? 0
+                                                         : load(guint8{});
+  return (bytes + text.size()) * 0x9E3779B97F4A7C15u;
+}
+
 Entry &entry_of(std::string_view text) noexcept {
   static thread_local constinit std::array<Entry, 128> cache{};
-  guint32 hash = static_cast<guint32>(text.size());
-  for (const char c : text)
-    hash = hash * 31 + static_cast<unsigned char>(c);
-  return cache[(hash ^ (hash >> 7)) % cache.size()];
+  return cache[hash_of(text) >> 57];
 }
 
 bool holds(const Entry &entry, std::string_view text) noexcept {
@@ -34,12 +46,13 @@ GQuark remember(Entry &entry, std::string_view text, GQuark quark) noexcept {
 } // namespace
 
 GQuark intern(std::string_view text) {
-  // A key ends at its first NUL, which only a broken record can hold.
-  text = text.substr(0, text.find('\0'));
   Entry &entry = entry_of(text);
   if (holds(entry, text))
     return entry.quark;
-  return remember(entry, text, g_quark_from_string(std::string{text}.c_str()));
+  // A key ends at its first NUL, which only a broken record can hold.
+  const std::string key{text.substr(0, text.find('\0'))};
+  const GQuark quark = g_quark_from_string(key.c_str());
+  return key.size() == text.size() ? remember(entry, text, quark) : quark;
 }
 
 GQuark find_interned(const char *text) noexcept {
