@@ -94,6 +94,20 @@ VARRO2_API gpointer deserialize_blob(const GByteArray *array, guint32 *indx, gui
 VARRO2_API GList *deserialize_glist(GByteArray *array, guint32 *indx,
                                     DeserializeElement deserializer) VARRO2_NOEXCEPT;
 
+/**
+ * Whether a whole record of the kind stands in the array, for records of unknown origin: what
+ * passes can be read without ending the process, and every record written by this library passes.
+ * Goes over the bytes once and allocates nothing.
+ *
+ * Texts need not be UTF-8, and a value need not fit its type. What follows the record is not looked
+ * at.
+ * @param array    must not be NULL
+ * @param index    where the record begins; past the end there is none
+ * @param type_id  the byte that opens a record of that kind; for any other byte the result is FALSE
+ */
+VARRO2_API gboolean serialize_is_valid_record(const GByteArray *array, guint32 index,
+                                              guint32 type_id) VARRO2_NOEXCEPT;
+
 G_END_DECLS
 
 #endif

@@ -2,6 +2,7 @@
 #include "consumer.hpp"
 #include "log.hpp"
 #include "preconditions.hpp"
+#include "untrusted.hpp"
 
 using namespace varro2;
 
@@ -38,16 +39,20 @@ void receive(const char *function, sd_bus_message *m, Consumer *consumer, Receiv
   receiver(consumer, &bytes, token, uid);
 }
 
-int consumer_receive_event_bus(sd_bus_message *m, void *self, sd_bus_error *) noexcept {
+int consumer_receive_event_bus(sd_bus_message *m, void *self, sd_bus_error *error) noexcept {
   VARRO2_ASSERT(m != NULL);
   VARRO2_ASSERT(self != NULL);
+  if (!is_acceptable(m, is_record<SERIALIZE_ID_EVENT>))
+    return refuse_record(error);
   receive(__func__, m, static_cast<Consumer *>(self), consumer_receive_event);
   return sd_bus_reply_method_return(m, nullptr);
 }
 
-int consumer_receive_notification_bus(sd_bus_message *m, void *self, sd_bus_error *) noexcept {
+int consumer_receive_notification_bus(sd_bus_message *m, void *self, sd_bus_error *error) noexcept {
   VARRO2_ASSERT(m != NULL);
   VARRO2_ASSERT(self != NULL);
+  if (!is_acceptable(m, is_record<SERIALIZE_ID_NOTIFICATION>))
+    return refuse_record(error);
   receive(__func__, m, static_cast<Consumer *>(self), consumer_receive_notification);
   return sd_bus_reply_method_return(m, nullptr);
 }

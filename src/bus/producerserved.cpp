@@ -1,6 +1,7 @@
 // What a producer serves on the bus.
 #include "preconditions.hpp"
 #include "producer.hpp"
+#include "untrusted.hpp"
 
 using namespace varro2;
 
@@ -34,9 +35,11 @@ int producer_receive_declaration_complete_bus(sd_bus_message *m, void *self,
   return sd_bus_reply_method_return(m, nullptr);
 }
 
-int producer_receive_subscribe_bus(sd_bus_message *m, void *self, sd_bus_error *) noexcept {
+int producer_receive_subscribe_bus(sd_bus_message *m, void *self, sd_bus_error *error) noexcept {
   VARRO2_ASSERT(m != NULL);
   VARRO2_ASSERT(self != NULL);
+  if (!is_acceptable(m, is_subscription))
+    return refuse_record(error);
   GByteArray bytes = view_bytes(read_bytes(__func__, m));
   guint32 local_id = 0;
   VARRO2_ASSERT_AS(__func__, "r >= 0", read_numbers(m, &local_id));

@@ -1,8 +1,11 @@
 #include "buscall.hpp"
 #include "log.hpp"
 #include "preconditions.hpp"
+#include "untrusted.hpp"
 
 #include <varro2/switch_bus_client.h>
+
+#include <cerrno>
 
 using namespace varro2;
 
@@ -108,13 +111,21 @@ int refuse(const char *condition) {
   return -1;
 }
 
+// The answer to a call that brought nothing usable.
+int refuse_answer(sd_bus_error *error) {
+  refuse_record(error);
+  return -EBADMSG;
+}
+
 // Asks for one byte array. On success it is handed over, to be released with g_free().
-int ask_for_bytes(sd_bus *bus, sd_bus_message *message, const BusMethod &method,
+int ask_for_bytes(sd_bus *bus, sd_bus_message *message, const BusMethod &method, PayloadCheck check,
                   sd_bus_error *error, guint8 **data, gsize *length) {
   MessageRef answer;
   const int r = sd_bus_call(bus, message, call_timeout, error, answer.out());
   if (r < 0)
     return r;
+  if (!is_acceptable(answer.get(), check))
+    return refuse_answer(error);
   const ByteView bytes = read_bytes(method.stub, answer.get());
   auto *dest = static_cast<guint8 *>(g_memdup2(bytes.data, bytes.length));
   if (dest == nullptr && bytes.length != 0)
@@ -144,7 +155,8 @@ int com_quor_Event_Switch_Consumer_get_property_state(sd_bus *bus,
   VARRO2_EXPECT(length, -1);
   const BusMethod &method = switch_consumer::get_property_state;
   const auto message = build_switch_call(bus, method, subscribe_expression_data);
-  return ask_for_bytes(bus, message.get(), method, error, data, length);
+  return ask_for_bytes(bus, message.get(), method, is_record<SERIALIZE_ID_PROPERTY_STATE>, error,
+                       data, length);
 }
 
 int com_quor_Event_Switch_Query_get_all_declarations(sd_bus *bus, sd_bus_error *error,
@@ -155,12 +167,16 @@ int com_quor_Event_Switch_Query_get_all_declarations(sd_bus *bus, sd_bus_error *
   VARRO2_EXPECT(length, -1);
   const BusMethod &method = switch_query::get_all_declarations;
   const auto message = build_switch_call(bus, method);
-  return ask_for_bytes(bus, message.get(), method, error, data, length);
+  return ask_for_bytes(bus, message.get(), method, is_declaration_list, error, data, length);
 }
 
 int com_quor_Event_Switch_Query_get_declaration_types(sd_bus *bus, sd_bus_error *error,
                                                       sd_bus_message **reply) noexcept {
-  return ask(bus, switch_query::get_declaration_types, error, reply);
+  const int r = ask(bus, switch_query::get_declaration_types, error, reply);
+  if (r < 0 || reply == nullptr || is_acceptable(*reply, is_declaration_list))
+    return r;
+  MessageRef::adopt(std::exchange(*reply, nullptr)).reset();
+  return refuse_answer(error);
 }
 
 int com_quor_Event_Switch_debug(sd_bus *bus, sd_bus_error *error) noexcept {
