@@ -11,34 +11,26 @@ GType consumer_get_type(void) noexcept {
 Consumer *consumer_new(const char *name) noexcept {
   VARRO2_EXPECT(name != NULL, nullptr);
   auto *consumer = static_cast<Consumer *>(g_object_new(consumer_get_type(), nullptr));
-  LockedConsumer {
-    consumer
-    } -> name = name;
+  locked(consumer)->name = name;
   return consumer;
 }
 
 gboolean consumer_init_dbus(Consumer *consumer, GError **error) noexcept {
   VARRO2_EXPECT(consumer != NULL, FALSE);
   VARRO2_ASSERT(error != NULL && *error == NULL);
-  return LockedConsumer {
-    consumer
-    } -> init_dbus(error);
+  return locked(consumer)->init_dbus(error);
 }
 
 void consumer_prepare_free(Consumer *consumer) noexcept {
   VARRO2_EXPECT(consumer != NULL);
-  LockedConsumer {
-    consumer
-    } -> prepare_free();
+  locked(consumer)->prepare_free();
 }
 
 /* ---- Subscriptions ---- */
 
 gboolean consumer_token_exists(Consumer *consumer, guint32 token) noexcept {
   VARRO2_EXPECT(consumer != NULL, FALSE);
-  return LockedConsumer {
-    consumer
-    } -> find(token) != nullptr;
+  return locked(consumer)->find(token) != nullptr;
 }
 
 void consumer_prepare_subscribe(Consumer *consumer, guint32 token,
@@ -55,31 +47,23 @@ void consumer_prepare_subscribe(Consumer *consumer, guint32 token,
   subscription->user_data = user_data;
   subscription->token = token;
   subscription->secure = secure;
-  LockedConsumer {
-    consumer
-    } -> add(std::move(subscription));
+  locked(consumer)->add(std::move(subscription));
 }
 
 void consumer_send_subscribe(Consumer *consumer, guint32 token) noexcept {
   VARRO2_EXPECT(consumer != NULL);
-  LockedConsumer {
-    consumer
-    } -> subscribe(token);
+  locked(consumer)->subscribe(token);
 }
 
 void consumer_send_refresh(Consumer *consumer, guint32 token) noexcept {
   VARRO2_EXPECT(consumer != NULL);
-  LockedConsumer {
-    consumer
-    } -> refresh(token);
+  locked(consumer)->refresh(token);
 }
 
 ConsumerSubscription *consumer_send_unsubscribe_prepare(Consumer *consumer,
                                                         guint32 token) noexcept {
   VARRO2_EXPECT(consumer != NULL, nullptr);
-  auto subscription = LockedConsumer {
-    consumer
-    } -> take(token);
+  auto subscription = locked(consumer)->take(token);
   if (subscription)
     subscription->event_cb = nullptr;
   return subscription.release();
@@ -89,18 +73,14 @@ void consumer_send_unsubscribe(Consumer *consumer, ConsumerSubscription *subscri
   VARRO2_EXPECT(consumer != NULL);
   VARRO2_EXPECT(subscription != NULL);
   const std::unique_ptr<ConsumerSubscription> owned{subscription};
-  LockedConsumer {
-    consumer
-    } -> unsubscribe(owned->token);
+  locked(consumer)->unsubscribe(owned->token);
 }
 
 /* ---- The switch ---- */
 
 void consumer_send_disconnect(Consumer *consumer) noexcept {
   VARRO2_EXPECT(consumer != NULL);
-  LockedConsumer {
-    consumer
-    } -> disconnect();
+  locked(consumer)->disconnect();
 }
 
 PropertyState *consumer_send_get_property_state(Consumer *consumer,
@@ -109,25 +89,19 @@ PropertyState *consumer_send_get_property_state(Consumer *consumer,
   VARRO2_EXPECT(consumer != NULL, nullptr);
   VARRO2_EXPECT(expression != NULL, nullptr);
   VARRO2_ASSERT(error == NULL || *error == NULL);
-  return LockedConsumer {
-    consumer
-    } -> get_property_state(*expression, error);
+  return locked(consumer)->get_property_state(*expression, error);
 }
 
 void consumer_receive_event(Consumer *consumer, GByteArray *bytes, guint32 token,
                             guint32 uid) noexcept {
   VARRO2_EXPECT(consumer != NULL);
   VARRO2_EXPECT(bytes != NULL);
-  LockedConsumer {
-    consumer
-    } -> receive_event(*bytes, token, uid);
+  locked(consumer)->receive_event(*bytes, token, uid);
 }
 
 void consumer_receive_notification(Consumer *consumer, GByteArray *bytes, guint32 token,
                                    guint32 uid) noexcept {
   VARRO2_EXPECT(consumer != NULL);
   VARRO2_EXPECT(bytes != NULL);
-  LockedConsumer {
-    consumer
-    } -> receive_notification(*bytes, token, uid);
+  locked(consumer)->receive_notification(*bytes, token, uid);
 }

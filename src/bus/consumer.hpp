@@ -64,6 +64,11 @@ class ConsumerState final : public BusObject {
 using ConsumerClass = ObjectClass<Consumer, ConsumerState>;
 using LockedConsumer = Locked<Consumer, ConsumerState>;
 
+// For one operation.
+inline LockedConsumer locked(Consumer *consumer) {
+  return LockedConsumer{consumer};
+}
+
 extern const sd_bus_vtable consumer_vtable[];
 
 } // namespace varro2

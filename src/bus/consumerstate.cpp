@@ -11,15 +11,11 @@ namespace varro2 {
 namespace {
 
 void consumer_online_handler(gpointer user_data) noexcept {
-  LockedConsumer {
-    static_cast<Consumer *>(user_data)
-    } -> switch_online();
+  locked(static_cast<Consumer *>(user_data))->switch_online();
 }
 
 void consumer_offline_handler(gpointer user_data) noexcept {
-  LockedConsumer {
-    static_cast<Consumer *>(user_data)
-    } -> switch_offline();
+  locked(static_cast<Consumer *>(user_data))->switch_offline();
 }
 
 constexpr ServedInterface served_consumer_object{
@@ -93,9 +89,7 @@ void ConsumerState::send_subscription(ConsumerSubscription &subscription) {
       message, subscription.expression_data->len,
       [this, token, attempt = subscription.attempt](CallEnd end, sd_bus_message *answer) {
         if (found_no_switch(end, answer))
-          LockedConsumer {
-            consumer_
-            } -> note_undelivered(token, attempt);
+          locked(consumer_)->note_undelivered(token, attempt);
       });
 }
 

@@ -12,25 +12,19 @@ Producer *producer_new(const char *name, ProducerSubscribersChanged subscribers_
                        gpointer user_data) noexcept {
   VARRO2_EXPECT(name != NULL, nullptr);
   auto *producer = static_cast<Producer *>(g_object_new(producer_get_type(), nullptr));
-  LockedProducer {
-    producer
-    } -> set_application(name, subscribers_changed, user_data);
+  locked(producer)->set_application(name, subscribers_changed, user_data);
   return producer;
 }
 
 gboolean producer_init_dbus(Producer *producer, GError **error) noexcept {
   VARRO2_EXPECT(producer != NULL, FALSE);
   VARRO2_ASSERT(error != NULL && *error == NULL);
-  return LockedProducer {
-    producer
-    } -> init_dbus(error);
+  return locked(producer)->init_dbus(error);
 }
 
 void producer_prepare_free(Producer *producer) noexcept {
   VARRO2_EXPECT(producer != NULL);
-  LockedProducer {
-    producer
-    } -> prepare_free();
+  locked(producer)->prepare_free();
 }
 
 /* ---- Declarations ---- */
@@ -49,9 +43,7 @@ void producer_allocate_decl_data(Producer *producer, guint32 local_id,
 
 void producer_send_declare(Producer *producer, guint32 local_id) noexcept {
   VARRO2_EXPECT(producer != NULL);
-  LockedProducer {
-    producer
-    } -> declare(local_id);
+  locked(producer)->declare(local_id);
 }
 
 gboolean producer_declaration_complete(Producer *producer, guint32 local_id) noexcept {
@@ -64,9 +56,7 @@ gboolean producer_declaration_complete(Producer *producer, guint32 local_id) noe
 ProducerDeclarationData *producer_release_declare_id(Producer *producer,
                                                      guint32 local_id) noexcept {
   VARRO2_EXPECT(producer != NULL, nullptr);
-  return LockedProducer {
-    producer
-    } -> release(local_id).release();
+  return locked(producer)->release(local_id).release();
 }
 
 void producer_send_undeclare(Producer *producer,
@@ -83,9 +73,7 @@ void producer_add_callback_params(Producer *producer, guint32 local_id,
                                   const CallbackParams *params) noexcept {
   VARRO2_EXPECT(producer != NULL);
   VARRO2_EXPECT(params != NULL);
-  LockedProducer {
-    producer
-    } -> add_callback_params(local_id, *params);
+  locked(producer)->add_callback_params(local_id, *params);
 }
 
 /* ---- Events ---- */
@@ -113,18 +101,14 @@ gboolean producer_send_event(Producer *producer, const Event *event, GError **er
   VARRO2_EXPECT(producer != NULL, FALSE);
   VARRO2_EXPECT(event != NULL, FALSE);
   VARRO2_ASSERT(error == NULL || *error == NULL);
-  return LockedProducer {
-    producer
-    } -> send_event(*event, error);
+  return locked(producer)->send_event(*event, error);
 }
 
 /* ---- The switch ---- */
 
 void producer_send_disconnect(Producer *producer) noexcept {
   VARRO2_EXPECT(producer != NULL);
-  LockedProducer {
-    producer
-    } -> disconnect();
+  locked(producer)->disconnect();
 }
 
 void producer_add_declaration(Producer *producer, const char *type,
@@ -134,9 +118,7 @@ void producer_add_declaration(Producer *producer, const char *type,
   VARRO2_EXPECT(producer != NULL);
   VARRO2_EXPECT(type != NULL);
   VARRO2_EXPECT(declaration != NULL);
-  LockedProducer {
-    producer
-    } -> add_type(type, *declaration, callback, user_data);
+  locked(producer)->add_type(type, *declaration, callback, user_data);
 }
 
 void producer_remove_declaration(Producer *producer, const char *type,
@@ -144,47 +126,35 @@ void producer_remove_declaration(Producer *producer, const char *type,
                                  gpointer user_data) noexcept {
   VARRO2_EXPECT(producer != NULL);
   VARRO2_EXPECT(type != NULL);
-  LockedProducer {
-    producer
-    } -> remove_type(type, callback, user_data);
+  locked(producer)->remove_type(type, callback, user_data);
 }
 
 void producer_receive_global_declare_id(Producer *producer, guint32 local_id, guint32 global_id,
                                         guint32 producer_id) noexcept {
   VARRO2_EXPECT(producer != NULL);
-  LockedProducer {
-    producer
-    } -> receive_global_id(local_id, global_id, producer_id);
+  locked(producer)->receive_global_id(local_id, global_id, producer_id);
 }
 
 void producer_receive_declaration_complete(Producer *producer, guint32 local_id,
                                            guint32 global_id) noexcept {
   VARRO2_EXPECT(producer != NULL);
-  LockedProducer {
-    producer
-    } -> receive_complete(local_id, global_id);
+  locked(producer)->receive_complete(local_id, global_id);
 }
 
 void producer_receive_subscribe(Producer *producer, GByteArray *bytes, guint32 local_id) noexcept {
   VARRO2_EXPECT(producer != NULL);
   VARRO2_EXPECT(bytes != NULL);
-  LockedProducer {
-    producer
-    } -> receive_subscribe(*bytes, local_id);
+  locked(producer)->receive_subscribe(*bytes, local_id);
 }
 
 void producer_receive_refresh_property(Producer *producer, guint32 subscription_id,
                                        guint32 local_id) noexcept {
   VARRO2_EXPECT(producer != NULL);
-  LockedProducer {
-    producer
-    } -> receive_refresh(subscription_id, local_id);
+  locked(producer)->receive_refresh(subscription_id, local_id);
 }
 
 void producer_receive_unsubscribe(Producer *producer, guint32 subscription_id,
                                   guint32 local_id) noexcept {
   VARRO2_EXPECT(producer != NULL);
-  LockedProducer {
-    producer
-    } -> receive_unsubscribe(subscription_id, local_id);
+  locked(producer)->receive_unsubscribe(subscription_id, local_id);
 }

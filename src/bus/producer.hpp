@@ -99,6 +99,11 @@ class ProducerState final : public BusObject {
 using ProducerClass = ObjectClass<Producer, ProducerState>;
 using LockedProducer = Locked<Producer, ProducerState>;
 
+// For one operation.
+inline LockedProducer locked(Producer *producer) {
+  return LockedProducer{producer};
+}
+
 extern const sd_bus_vtable producer_vtable[];
 
 } // namespace varro2

@@ -16,15 +16,11 @@ namespace varro2 {
 namespace {
 
 void producer_online_handler(gpointer user_data) noexcept {
-  LockedProducer {
-    static_cast<Producer *>(user_data)
-    } -> switch_online();
+  locked(static_cast<Producer *>(user_data))->switch_online();
 }
 
 void producer_offline_handler(gpointer user_data) noexcept {
-  LockedProducer {
-    static_cast<Producer *>(user_data)
-    } -> switch_offline();
+  locked(static_cast<Producer *>(user_data))->switch_offline();
 }
 
 constexpr ServedInterface served_producer_object{
@@ -138,9 +134,7 @@ void ProducerState::send_declaration(guint32 local_id, ProducerDeclarationData &
       message, bytes->len,
       [this, local_id, attempt = data.attempt](CallEnd end, sd_bus_message *answer) {
         if (found_no_switch(end, answer))
-          LockedProducer {
-            producer_
-            } -> note_undelivered(local_id, attempt);
+          locked(producer_)->note_undelivered(local_id, attempt);
       });
 }
 
