@@ -32,8 +32,7 @@ typedef enum {
 } EventErrorCode;
 
 /** The domain of the codes above, for g_error_matches(). Any thread. */
-static inline GQuark event_error_quark(void)
-{
+static inline GQuark event_error_quark(void) {
   return g_quark_from_static_string("event-error-quark");
 }
 

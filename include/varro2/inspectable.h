@@ -25,12 +25,7 @@ G_BEGIN_DECLS
 typedef struct Inspectable Inspectable;
 
 /** What a container is the content of. */
-enum {
-  IT_EVENT_DECLARATION = 0,
-  IT_EVENT = 1,
-  IT_SUBSCRIBE_EXPRESSION = 2,
-  IT_PROPERTY_STATE = 3
-};
+enum { IT_EVENT_DECLARATION = 0, IT_EVENT = 1, IT_SUBSCRIBE_EXPRESSION = 2, IT_PROPERTY_STATE = 3 };
 
 /** The position that inspectable_get_index() gives for an unknown key. */
 #define INSPECTABLE_NO_INDEX 0xFFFFFFFFu
@@ -45,8 +40,8 @@ VARRO2_API Inspectable *inspectable_new(guint32 type) VARRO2_NOEXCEPT;
 VARRO2_API void inspectable_free(Inspectable *inspect) VARRO2_NOEXCEPT;
 
 /** A new deep copy of source as a container of new_type. */
-VARRO2_API Inspectable *inspectable_copy(const Inspectable *source, guint32 new_type)
-    VARRO2_NOEXCEPT;
+VARRO2_API Inspectable *inspectable_copy(const Inspectable *source,
+                                         guint32 new_type) VARRO2_NOEXCEPT;
 
 /**
  * Opens a new and-list, joined to the ones before by OR. Only for subscribe expressions; for others
@@ -64,8 +59,8 @@ VARRO2_API gboolean inspectable_or(Inspectable *inspect) VARRO2_NOEXCEPT;
  */
 VARRO2_API gboolean inspectable_add_key_value(Inspectable *inspect, const char *key,
                                               gboolean key_wildcard, const char *value,
-                                              gboolean value_wildcard, gboolean negated)
-    VARRO2_NOEXCEPT;
+                                              gboolean value_wildcard,
+                                              gboolean negated) VARRO2_NOEXCEPT;
 
 /**
  * Sets the value of an open key of an event or declaration from the value at `value`, read by the
@@ -102,34 +97,34 @@ VARRO2_API gboolean inspectable_set_value_type(Inspectable *inspect, const char 
                                                guint32 value_type) VARRO2_NOEXCEPT;
 
 /** Sets the internal flag and returns TRUE. */
-VARRO2_API gboolean inspectable_set_internal(Inspectable *inspect, gboolean internal)
-    VARRO2_NOEXCEPT;
+VARRO2_API gboolean inspectable_set_internal(Inspectable *inspect,
+                                             gboolean internal) VARRO2_NOEXCEPT;
 
 /** Adds a tag to a key unless the key has it. Not for subscribe expressions. */
-VARRO2_API gboolean inspectable_add_key_tag(Inspectable *inspect, const char *key, const char *tag)
-    VARRO2_NOEXCEPT;
+VARRO2_API gboolean inspectable_add_key_tag(Inspectable *inspect, const char *key,
+                                            const char *tag) VARRO2_NOEXCEPT;
 
 /** Appends a tag to the object's own and returns TRUE. Declarations and events only. */
 VARRO2_API gboolean inspectable_add_tag(Inspectable *inspect, const char *tag) VARRO2_NOEXCEPT;
 
 /* ---- Reading by key: what is lent belongs to the container, NULL for an unknown key ---- */
 
-VARRO2_API const KeyValue *inspectable_get_key_value(const Inspectable *inspect, const char *key)
-    VARRO2_NOEXCEPT;
-VARRO2_API const char *inspectable_get_value(const Inspectable *inspect, const char *key)
-    VARRO2_NOEXCEPT;
-VARRO2_API const char *inspectable_get_name_space(const Inspectable *inspect, const char *key)
-    VARRO2_NOEXCEPT;
+VARRO2_API const KeyValue *inspectable_get_key_value(const Inspectable *inspect,
+                                                     const char *key) VARRO2_NOEXCEPT;
+VARRO2_API const char *inspectable_get_value(const Inspectable *inspect,
+                                             const char *key) VARRO2_NOEXCEPT;
+VARRO2_API const char *inspectable_get_name_space(const Inspectable *inspect,
+                                                  const char *key) VARRO2_NOEXCEPT;
 VARRO2_API const char *inspectable_get_complex_type_name(const Inspectable *inspect,
                                                          const char *key) VARRO2_NOEXCEPT;
 VARRO2_API const char *inspectable_get_value_user_string(const Inspectable *inspect,
                                                          const char *key) VARRO2_NOEXCEPT;
 /** Events only. */
-VARRO2_API const char *inspectable_get_key_nice_name(const Inspectable *inspect, const char *key)
-    VARRO2_NOEXCEPT;
+VARRO2_API const char *inspectable_get_key_nice_name(const Inspectable *inspect,
+                                                     const char *key) VARRO2_NOEXCEPT;
 /** Events only. */
-VARRO2_API const char *inspectable_get_value_nice_name(const Inspectable *inspect, const char *key)
-    VARRO2_NOEXCEPT;
+VARRO2_API const char *inspectable_get_value_nice_name(const Inspectable *inspect,
+                                                       const char *key) VARRO2_NOEXCEPT;
 
 /* ---- The object's own ---- */
 
@@ -138,49 +133,49 @@ VARRO2_API gboolean inspectable_get_internal(const Inspectable *inspect) VARRO2_
 /** A new list of copies of the object's tags, the last one first. The caller frees both. */
 VARRO2_API GList *inspectable_get_tags(const Inspectable *inspect) VARRO2_NOEXCEPT;
 
-VARRO2_API gboolean inspectable_has_tag(const Inspectable *inspect, const char *tag)
-    VARRO2_NOEXCEPT;
+VARRO2_API gboolean inspectable_has_tag(const Inspectable *inspect,
+                                        const char *tag) VARRO2_NOEXCEPT;
 
 /* ---- Reading by position, from 0. Events and property states, where nothing else is said. A
  *      position that is not there gives NULL, 0 or FALSE. A declaration that was read from its
  *      binary form answers as if it had no keys until one is added. ---- */
 
 VARRO2_API guint32 inspectable_get_key_count(const Inspectable *inspect) VARRO2_NOEXCEPT;
-VARRO2_API const char *inspectable_get_key_at(const Inspectable *inspect, guint32 position)
-    VARRO2_NOEXCEPT;
-VARRO2_API const char *inspectable_get_value_at(const Inspectable *inspect, guint32 position)
-    VARRO2_NOEXCEPT;
-VARRO2_API const char *inspectable_get_name_space_at(const Inspectable *inspect, guint32 position)
-    VARRO2_NOEXCEPT;
+VARRO2_API const char *inspectable_get_key_at(const Inspectable *inspect,
+                                              guint32 position) VARRO2_NOEXCEPT;
+VARRO2_API const char *inspectable_get_value_at(const Inspectable *inspect,
+                                                guint32 position) VARRO2_NOEXCEPT;
+VARRO2_API const char *inspectable_get_name_space_at(const Inspectable *inspect,
+                                                     guint32 position) VARRO2_NOEXCEPT;
 VARRO2_API const char *inspectable_get_complex_type_name_at(const Inspectable *inspect,
                                                             guint32 position) VARRO2_NOEXCEPT;
 
 /** A new list of copies of the key's tags, the last one first. The caller frees both. */
-VARRO2_API GList *inspectable_get_tags_at(const Inspectable *inspect, guint32 position)
-    VARRO2_NOEXCEPT;
+VARRO2_API GList *inspectable_get_tags_at(const Inspectable *inspect,
+                                          guint32 position) VARRO2_NOEXCEPT;
 
 VARRO2_API gboolean inspectable_has_tag_at(const Inspectable *inspect, guint32 position,
                                            const char *tag) VARRO2_NOEXCEPT;
 
 /** Whether any key has the tag. Declarations too. */
-VARRO2_API gboolean inspectable_has_keyvalue_with_tag(const Inspectable *inspect, const char *tag)
-    VARRO2_NOEXCEPT;
+VARRO2_API gboolean inspectable_has_keyvalue_with_tag(const Inspectable *inspect,
+                                                      const char *tag) VARRO2_NOEXCEPT;
 
 /** The position of the key, or INSPECTABLE_NO_INDEX. Events only. */
-VARRO2_API guint32 inspectable_get_index(const Inspectable *inspect, const char *key)
-    VARRO2_NOEXCEPT;
+VARRO2_API guint32 inspectable_get_index(const Inspectable *inspect,
+                                         const char *key) VARRO2_NOEXCEPT;
 
 /** Whether the key there has its value: FALSE only while an open one is unset. Events only. */
-VARRO2_API gboolean inspectable_has_value_at(const Inspectable *inspect, guint32 position)
-    VARRO2_NOEXCEPT;
+VARRO2_API gboolean inspectable_has_value_at(const Inspectable *inspect,
+                                             guint32 position) VARRO2_NOEXCEPT;
 
 /** The value type, VALUE_TYPE_INT to VALUE_TYPE_STRING. Events only. */
-VARRO2_API guint32 inspectable_get_type_at(const Inspectable *inspect, guint32 position)
-    VARRO2_NOEXCEPT;
+VARRO2_API guint32 inspectable_get_type_at(const Inspectable *inspect,
+                                           guint32 position) VARRO2_NOEXCEPT;
 
 /**
- * Converts the value by its type and stores it at `out`: a gint32, gboolean, double, or const char *
- * (lent). FALSE leaves `out` untouched. A boolean that is neither "1" nor "0" ends the process.
+ * Converts the value by its type and stores it at `out`: a gint32, gboolean, double, or const char
+ * * (lent). FALSE leaves `out` untouched. A boolean that is neither "1" nor "0" ends the process.
  * Events only.
  */
 VARRO2_API gboolean inspectable_get_typed_value_at(const Inspectable *inspect, guint32 position,
@@ -197,8 +192,8 @@ VARRO2_API gboolean inspectable_contains(const Inspectable *container,
                                          const Inspectable *containee) VARRO2_NOEXCEPT;
 
 /** Whether two containers of one type hold the same, in any order of and-lists and tags. */
-VARRO2_API gboolean inspectable_is_equal(const Inspectable *inspect1, const Inspectable *inspect2)
-    VARRO2_NOEXCEPT;
+VARRO2_API gboolean inspectable_is_equal(const Inspectable *inspect1,
+                                         const Inspectable *inspect2) VARRO2_NOEXCEPT;
 
 /** Whether every open key has got its value. Events and declarations only. */
 VARRO2_API gboolean inspectable_is_complete(const Inspectable *inspect) VARRO2_NOEXCEPT;
@@ -206,19 +201,19 @@ VARRO2_API gboolean inspectable_is_complete(const Inspectable *inspect) VARRO2_N
 /* ---- External forms ---- */
 
 /** Appends the container's record. */
-VARRO2_API void inspectable_serialize_internal(const Inspectable *inspect, GByteArray *array)
-    VARRO2_NOEXCEPT;
+VARRO2_API void inspectable_serialize_internal(const Inspectable *inspect,
+                                               GByteArray *array) VARRO2_NOEXCEPT;
 
 /** A new container from the record at *indx, which moves past it. */
-VARRO2_API Inspectable *inspectable_deserialize_internal(const GByteArray *array, guint32 *indx)
-    VARRO2_NOEXCEPT;
+VARRO2_API Inspectable *inspectable_deserialize_internal(const GByteArray *array,
+                                                         guint32 *indx) VARRO2_NOEXCEPT;
 
 /** A new element without a name, for the caller to name and free with xmlnode_free_tree(). */
 VARRO2_API XmlNode *inspectable_serialize_xml(const Inspectable *insp) VARRO2_NOEXCEPT;
 
 /** A new container from the children of node, or NULL after a warning that says why. */
-VARRO2_API Inspectable *inspectable_deserialize_xml(const XmlNode *node, guint32 type)
-    VARRO2_NOEXCEPT;
+VARRO2_API Inspectable *inspectable_deserialize_xml(const XmlNode *node,
+                                                    guint32 type) VARRO2_NOEXCEPT;
 
 /** Logs every pair and tag at message level. */
 VARRO2_API void inspectable_print(const Inspectable *inspect) VARRO2_NOEXCEPT;

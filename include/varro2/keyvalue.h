@@ -19,21 +19,21 @@ G_BEGIN_DECLS
  * key_value_new() stay NULL and count as empty.
  */
 typedef struct KeyValue {
-  GQuark key;                /**< Interned key; of the empty text for any key. Never 0. */
-  char *value;               /**< Value as text, empty for any value. Never NULL. */
-  GList *tags;               /**< Texts (char *) in order of insertion. */
-  guint32 value_type;        /**< VALUE_TYPE_INT to VALUE_TYPE_STRING. */
-  gboolean value_settable;   /**< Made with an open value: one may be set, again and again. */
-  char *value_user_string;   /**< The producer's own text for the value. */
-  char *key_nice_name;       /**< Display name of the key. */
-  char *value_nice_name;     /**< Display name of the value. */
-  char *name_space;          /**< Name space of the key. */
-  char *complex_type_name;   /**< Complex type that the key belongs to. */
-  gboolean key_wildcard;     /**< The test applies to any key. */
-  gboolean value_wildcard;   /**< Any value fits, or the value is still to be set. */
-  gboolean negated;          /**< The test must not hold. */
-  gboolean evaluated;        /**< Kept for the layout; always FALSE. */
-  gboolean paired;           /**< Kept for the layout; always FALSE. */
+  GQuark key;              /**< Interned key; of the empty text for any key. Never 0. */
+  char *value;             /**< Value as text, empty for any value. Never NULL. */
+  GList *tags;             /**< Texts (char *) in order of insertion. */
+  guint32 value_type;      /**< VALUE_TYPE_INT to VALUE_TYPE_STRING. */
+  gboolean value_settable; /**< Made with an open value: one may be set, again and again. */
+  char *value_user_string; /**< The producer's own text for the value. */
+  char *key_nice_name;     /**< Display name of the key. */
+  char *value_nice_name;   /**< Display name of the value. */
+  char *name_space;        /**< Name space of the key. */
+  char *complex_type_name; /**< Complex type that the key belongs to. */
+  gboolean key_wildcard;   /**< The test applies to any key. */
+  gboolean value_wildcard; /**< Any value fits, or the value is still to be set. */
+  gboolean negated;        /**< The test must not hold. */
+  gboolean evaluated;      /**< Kept for the layout; always FALSE. */
+  gboolean paired;         /**< Kept for the layout; always FALSE. */
 } KeyValue;
 
 /** A plain copy of a pair for callers; all texts are its own, NULL where there is none. */
@@ -70,8 +70,8 @@ VARRO2_API void key_value_add_tag(KeyValue *key_value, const char *tag) VARRO2_N
 VARRO2_API void key_value_give_tag(KeyValue *key_value, char *tag) VARRO2_NOEXCEPT;
 
 /** Whether all but value_settable is equal; tags in any order. Neither may be NULL. */
-VARRO2_API gboolean key_value_is_equal(const KeyValue *key_value1, const KeyValue *key_value2)
-    VARRO2_NOEXCEPT;
+VARRO2_API gboolean key_value_is_equal(const KeyValue *key_value1,
+                                       const KeyValue *key_value2) VARRO2_NOEXCEPT;
 
 /**
  * One step of matching: holds the test `containee` against the fact `container`. Sets *fail or

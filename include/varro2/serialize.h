@@ -58,15 +58,15 @@ VARRO2_API void serialize_pointer(GByteArray *array, gconstpointer value) VARRO2
 VARRO2_API void serialize_string(GByteArray *array, const char *string) VARRO2_NOEXCEPT;
 
 /** Appends length bytes as they are, without a prefix. data may be NULL when length is 0. */
-VARRO2_API void serialize_blob(GByteArray *array, gconstpointer data, guint32 length)
-    VARRO2_NOEXCEPT;
+VARRO2_API void serialize_blob(GByteArray *array, gconstpointer data,
+                               guint32 length) VARRO2_NOEXCEPT;
 
 /**
  * Appends the number of elements, 32 bits wide, and each element by the serializer in list order.
  * The list may be NULL (empty), the serializer must not.
  */
-VARRO2_API void serialize_glist(GByteArray *array, GList *list, SerializeElement serializer)
-    VARRO2_NOEXCEPT;
+VARRO2_API void serialize_glist(GByteArray *array, GList *list,
+                                SerializeElement serializer) VARRO2_NOEXCEPT;
 
 /** The byte at *indx. Array and indx must not be NULL, here and below. */
 VARRO2_API guint8 deserialize_8bit(const GByteArray *array, guint32 *indx) VARRO2_NOEXCEPT;
@@ -83,9 +83,10 @@ VARRO2_API gpointer deserialize_pointer(const GByteArray *array, guint32 *indx) 
 /** A new NUL-terminated string, never NULL. The caller frees it with g_free(). */
 VARRO2_API char *deserialize_string(const GByteArray *array, guint32 *indx) VARRO2_NOEXCEPT;
 
-/** A new copy of the next length bytes. The caller frees it with g_free(); NULL when length is 0. */
-VARRO2_API gpointer deserialize_blob(const GByteArray *array, guint32 *indx, guint32 length)
-    VARRO2_NOEXCEPT;
+/** A new copy of the next length bytes. The caller frees it with g_free(); NULL when length is 0.
+ */
+VARRO2_API gpointer deserialize_blob(const GByteArray *array, guint32 *indx,
+                                     guint32 length) VARRO2_NOEXCEPT;
 
 /**
  * A new list of what the deserializer returned, in the order of reading; NULL for a count of 0. The

@@ -13,8 +13,7 @@ namespace varro2 {
 template <auto release>
 struct Releaser {
   template <typename T>
-  void operator()(T *object) const noexcept
-  {
+  void operator()(T *object) const noexcept {
     release(object);
   }
 };
@@ -22,7 +21,9 @@ struct Releaser {
 template <typename T, auto release>
 using Owned = std::unique_ptr<T, Releaser<release>>;
 
-inline void free_string_list(GList *list) noexcept { g_list_free_full(list, g_free); }
+inline void free_string_list(GList *list) noexcept {
+  g_list_free_full(list, g_free);
+}
 
 using OwnedText = Owned<char, g_free>;
 using OwnedBytes = Owned<guint8, g_free>;
@@ -34,15 +35,14 @@ using OwnedStringList = Owned<GList, free_string_list>;
 // reference is taken over (adopt) or one more is taken (share).
 template <typename T, auto ref, auto unref>
 class Counted {
-public:
+ public:
   Counted() noexcept = default;
   static Counted adopt(T *object) noexcept { return Counted{object}; }
   static Counted share(T *object) noexcept { return Counted{object ? take(object) : nullptr}; }
 
   Counted(const Counted &other) noexcept : object_{other.object_ ? take(other.object_) : nullptr} {}
   Counted(Counted &&other) noexcept : object_{std::exchange(other.object_, nullptr)} {}
-  Counted &operator=(Counted other) noexcept
-  {
+  Counted &operator=(Counted other) noexcept {
     std::swap(object_, other.object_);
     return *this;
   }
@@ -52,19 +52,17 @@ public:
   T *operator->() const noexcept { return object_; }
   explicit operator bool() const noexcept { return object_ != nullptr; }
   T *release() noexcept { return std::exchange(object_, nullptr); }
-  void reset() noexcept
-  {
+  void reset() noexcept {
     if (T *object = std::exchange(object_, nullptr))
       unref(object);
   }
   // For out-parameters that hand over a reference.
-  T **out() noexcept
-  {
+  T **out() noexcept {
     reset();
     return &object_;
   }
 
-private:
+ private:
   explicit Counted(T *object) noexcept : object_{object} {}
   static T *take(T *object) noexcept { return static_cast<T *>(ref(object)); }
 
@@ -75,28 +73,29 @@ using DateTimeRef = Counted<GDateTime, g_date_time_ref, g_date_time_unref>;
 using BytesRef = Counted<GByteArray, g_byte_array_ref, g_byte_array_unref>;
 using SourceRef = Counted<GSource, g_source_ref, g_source_unref>;
 
-inline BytesRef new_bytes() { return BytesRef::adopt(g_byte_array_new()); }
+inline BytesRef new_bytes() {
+  return BytesRef::adopt(g_byte_array_new());
+}
 
 // Fills an owner from a function that hands its result over through a pointer to a pointer:
 //   OwnedError error;
 //   call(out_of(error));
 template <typename T, typename D>
 class Outgoing {
-public:
+ public:
   explicit Outgoing(std::unique_ptr<T, D> &owner) noexcept : owner_{owner} {}
   Outgoing(const Outgoing &) = delete;
   Outgoing &operator=(const Outgoing &) = delete;
   ~Outgoing() { owner_.reset(object_); }
   operator T **() noexcept { return &object_; }
 
-private:
+ private:
   std::unique_ptr<T, D> &owner_;
   T *object_ = nullptr;
 };
 
 template <typename T, typename D>
-Outgoing<T, D> out_of(std::unique_ptr<T, D> &owner) noexcept
-{
+Outgoing<T, D> out_of(std::unique_ptr<T, D> &owner) noexcept {
   return Outgoing<T, D>{owner};
 }
 
