@@ -60,6 +60,8 @@ PrivateBus::~PrivateBus() {
 
 void PrivateBus::stop() {
   daemon_.reset();
+  // A killed daemon leaves its socket behind, one that ends in order does not.
+  std::filesystem::remove(folder_ + "/socket");
 }
 
 void PrivateBus::start() {
