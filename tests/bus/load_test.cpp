@@ -61,7 +61,9 @@ TEST_F(Load, AHundredThousandEvents) {
       before = bytes_in_use();
   }
   EXPECT_EQ(state.out_of_order, 0);
-  EXPECT_LE(bytes_in_use(), before + 64 * 1024);
+  // Queues keep the room that they once needed; a leak of the smallest block per event would be
+  // more than a megabyte.
+  EXPECT_LE(bytes_in_use(), before + 256 * 1024);
 }
 
 TEST_F(Load, ABurstBeyondTheBusLimitArrivesWhole) {
@@ -116,21 +118,42 @@ TEST_F(Load, AConsumerThatDiesInTheMiddleDelaysNobody) {
   expect_quiet_log_ = false;
 }
 
-TEST_F(Load, AConsumerThatRecoversGetsWhatWaited) {
-  constexpr int burst = 300;
+TEST_F(Load, AHangingConsumerHasFewCallsOnTheWay) {
   switch_.come();
   FakeConsumer peer;
   peer.stay_silent("Event");
   ProducerHandle producer{"hello"};
   const auto declared = declare_fully(producer, greeting().get());
   subscribe(declared, peer, object, 1, 11, {{"topic0", "Greeting"}});
-  // The first calls stay unanswered for good; they leave the window when it is told so.
-  for (int i = 0; i < burst; ++i)
+  for (int i = 0; i < 300; ++i)
     send(producer, declared.local_id, i);
+  iterate_pending();
   peer.fence(declared.declare.sender);
-  const auto open = peer.count("Event");
-  EXPECT_GE(open, 1U);
-  EXPECT_LE(open, 8U);
+  EXPECT_EQ(peer.count("Event"), 8U);
+}
+
+TEST_F(Load, ManyDeclarationsAndSubscriptionsAtOnce) {
+  constexpr int many = 1000;
+  switch_.come();
+  ProducerHandle producer{"hello"};
+  ConsumerHandle consumer{"listener"};
+  for (int i = 0; i < many; ++i) {
+    event_producer_declare(producer.get(), greeting().get());
+    event_consumer_subscribe(
+        consumer.get(), wants("topic0", "Greeting").get(),
+        [](Event *event, gpointer) { event_free(event); }, nullptr);
+  }
+  for (std::size_t restart = 1; restart <= 3; ++restart) {
+    ASSERT_TRUE(switch_.wait_for("Declare", restart * many));
+    ASSERT_TRUE(switch_.wait_for("Subscribe", restart * many));
+    switch_.fence(switch_.calls("Declare").front().sender);
+    switch_.fence(switch_.calls("Subscribe").front().sender);
+    EXPECT_EQ(switch_.calls().size(), restart * 2 * many);
+    if (restart < 3) {
+      switch_.leave();
+      switch_.come();
+    }
+  }
 }
 
 } // namespace
