@@ -120,6 +120,8 @@ class Peer:
         due = each * len(self.producers)
         for consumer in self.consumers:
             consumer.tell(f"expect {due}")
+        for consumer in self.consumers:
+            consumer.hear("waiting")
         daemon_before = processor_time(self.daemon)
         for producer in self.producers:
             producer.tell(f"rate {each} {rate}" if rate else f"send {each}")

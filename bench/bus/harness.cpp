@@ -85,6 +85,8 @@ class ConsumerRun {
     received_ = 0;
     latencies_.clear();
     latencies_.reserve(expected_);
+    std::puts("waiting");
+    std::fflush(stdout);
     used_ = processor_time();
   }
 

@@ -1,7 +1,7 @@
 // What the programs of the side-by-side bus benchmark have in common. Each program is one peer and
 // plays one side of a run: it obeys lines on its standard input and reports on its standard output.
 //
-//   consumer: "expect N"    prints "done {...}" when N events have come
+//   consumer: "expect N"    prints "waiting", then "done {...}" when N events have come
 //   producer: "send N"      sends N events as fast as it may
 //             "rate N R"    sends N events, R a second
 //             "report"      prints "used {...}": the processor time since it was told to send
