@@ -1,55 +1,61 @@
 #include "clients.hpp"
 
-#include <varro2/consumer_bus_client.h>
 #include <varro2/notification.h>
-#include <varro2/producer_bus_client.h>
 
 namespace varro2::switchd {
+namespace {
 
 using OwnedNotification = Owned<Notification, notification_free>;
+
+// Nearly all that a bus daemon allows a connection (128): the switch makes no other calls that
+// wait, and every client that hangs keeps its share until its calls run out of time.
+constexpr unsigned unanswered = 112;
+
+} // namespace
 
 BytesRef serialize(const SubscribeExpression &expression) {
   return BytesRef::adopt(subscribe_expression_serialize(&expression));
 }
 
-void Clients::global_declare_id(const Declaration &declaration) const {
-  com_quor_Event_Producer_global_declare_id_async(
-      bus_, declaration.producer.bus_name.c_str(), declaration.producer.path.c_str(),
-      declaration.local_id, declaration.global_id, declaration.producer_id, nullptr, nullptr);
+Clients::Clients(sd_bus *bus, std::size_t queue_limit)
+    : window_{bus, {.unanswered = unanswered, .queued_bytes = queue_limit}} {}
+
+void Clients::call_producer(const Declaration &declaration, const BusMethod &method,
+                            std::initializer_list<std::uint32_t> numbers) {
+  const Address &producer = declaration.producer;
+  window_.send(producer.bus_name.c_str(),
+               make_window_call(method, producer.path.c_str(), {}, numbers));
 }
 
-void Clients::declaration_complete(const Declaration &declaration) const {
-  com_quor_Event_Producer_declaration_complete_async(
-      bus_, declaration.producer.bus_name.c_str(), declaration.producer.path.c_str(),
-      declaration.local_id, declaration.global_id, nullptr, nullptr);
+void Clients::global_declare_id(const Declaration &declaration) {
+  call_producer(declaration, served_producer::global_declare_id,
+                {declaration.local_id, declaration.global_id, declaration.producer_id});
 }
 
-void Clients::subscribe(const Declaration &declaration, const BytesRef &expression) const {
-  subscribe(declaration, expression, nullptr, nullptr);
+void Clients::declaration_complete(const Declaration &declaration) {
+  call_producer(declaration, served_producer::declaration_complete,
+                {declaration.local_id, declaration.global_id});
 }
 
 void Clients::subscribe(const Declaration &declaration, const BytesRef &expression,
-                        sd_bus_message_handler_t answered, void *user_data) const {
-  com_quor_Event_Producer_subscribe_async(bus_, declaration.producer.bus_name.c_str(),
-                                          declaration.producer.path.c_str(), expression.get(),
-                                          declaration.local_id, answered, user_data);
+                        CallCompletion completion) {
+  const Address &producer = declaration.producer;
+  window_.send(producer.bus_name.c_str(),
+               make_window_call(served_producer::subscribe, producer.path.c_str(), expression,
+                                {declaration.local_id}, std::move(completion)));
 }
 
-void Clients::refresh_property(const Declaration &declaration,
-                               std::uint32_t subscription_id) const {
-  com_quor_Event_Producer_refresh_property_async(bus_, declaration.producer.bus_name.c_str(),
-                                                 declaration.producer.path.c_str(), subscription_id,
-                                                 declaration.local_id, nullptr, nullptr);
+void Clients::refresh_property(const Declaration &declaration, std::uint32_t subscription_id) {
+  call_producer(declaration, served_producer::refresh_property,
+                {subscription_id, declaration.local_id});
 }
 
-void Clients::unsubscribe(const Declaration &declaration, std::uint32_t subscription_id) const {
-  com_quor_Event_Producer_unsubscribe_async(bus_, declaration.producer.bus_name.c_str(),
-                                            declaration.producer.path.c_str(), subscription_id,
-                                            declaration.local_id, nullptr, nullptr);
+void Clients::unsubscribe(const Declaration &declaration, std::uint32_t subscription_id) {
+  call_producer(declaration, served_producer::unsubscribe, {subscription_id, declaration.local_id});
 }
 
 void Clients::notify(const Subscription &subscription, const Declaration &declaration,
-                     std::uint32_t type) const {
+                     std::uint32_t type) {
   const OwnedNotification notification{notification_new()};
   const DateTimeRef now = DateTimeRef::adopt(g_date_time_new_now_utc());
   notification_set_subscription_id(notification.get(), subscription.id);
@@ -58,10 +64,10 @@ void Clients::notify(const Subscription &subscription, const Declaration &declar
   notification_set_subscribe_expression(notification.get(), subscription.expression.get());
   notification_set_declaration(notification.get(), declaration.declaration.get());
   notification_set_timestamp2(notification.get(), now.get());
-  const BytesRef bytes = BytesRef::adopt(notification_serialize(notification.get()));
-  com_quor_Event_Consumer_notification_async(bus_, subscription.consumer.bus_name.c_str(),
-                                             subscription.consumer.path.c_str(), bytes.get(),
-                                             subscription.token, nullptr, nullptr);
+  window_.send(subscription.consumer.bus_name.c_str(),
+               make_window_call(served_consumer::notification, subscription.consumer.path.c_str(),
+                                BytesRef::adopt(notification_serialize(notification.get())),
+                                {subscription.token}));
 }
 
 } // namespace varro2::switchd

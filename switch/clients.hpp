@@ -2,6 +2,7 @@
 #pragma once
 
 #include "registry.hpp"
+#include "sendwindow.hpp"
 
 #include <systemd/sd-bus.h>
 
@@ -10,27 +11,35 @@ namespace varro2::switchd {
 // An expression as it goes to producers, which all get the same bytes.
 BytesRef serialize(const SubscribeExpression &expression);
 
-// Nothing is done with the answers, so none is asked for: a client that does not answer takes no
-// place in the bus daemon's table of open calls, and the others are served.
+// All calls go through one window, as the library's own do: a client that does not answer keeps
+// nobody else waiting, and what it is owed waits for it, in order and up to a limit.
 class Clients {
  public:
-  explicit Clients(sd_bus *bus) noexcept : bus_{bus} {}
+  // The limit is for what waits for one client, in bytes.
+  Clients(sd_bus *bus, std::size_t queue_limit);
 
-  void global_declare_id(const Declaration &declaration) const;
-  void declaration_complete(const Declaration &declaration) const;
-  void subscribe(const Declaration &declaration, const BytesRef &expression) const;
-  void refresh_property(const Declaration &declaration, std::uint32_t subscription_id) const;
-  void unsubscribe(const Declaration &declaration, std::uint32_t subscription_id) const;
-  // The one call whose answer matters: the producer sends the property's event ahead of it.
+  void global_declare_id(const Declaration &declaration);
+  void declaration_complete(const Declaration &declaration);
+  // The completion is for those who wait for the answer: the producer sends a property's event
+  // ahead of it.
   void subscribe(const Declaration &declaration, const BytesRef &expression,
-                 sd_bus_message_handler_t answered, void *user_data) const;
+                 CallCompletion completion = {});
+  void refresh_property(const Declaration &declaration, std::uint32_t subscription_id);
+  void unsubscribe(const Declaration &declaration, std::uint32_t subscription_id);
 
   // The type is NOTIFY_DECLARATION_ADDED or NOTIFY_DECLARATION_REMOVED; the time is now.
-  void notify(const Subscription &subscription, const Declaration &declaration,
-              std::uint32_t type) const;
+  void notify(const Subscription &subscription, const Declaration &declaration, std::uint32_t type);
+
+  // The client has left the bus: nothing waits for it any more.
+  void forget(const std::string &bus_name) { window_.forget(bus_name.c_str()); }
+
+  const SendWindow &window() const { return window_; }
 
  private:
-  sd_bus *bus_;
+  void call_producer(const Declaration &declaration, const BusMethod &method,
+                     std::initializer_list<std::uint32_t> numbers);
+
+  SendWindow window_;
 };
 
 } // namespace varro2::switchd

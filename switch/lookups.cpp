@@ -59,11 +59,10 @@ const sd_bus_vtable Lookups::methods_[] = {
     SD_BUS_VTABLE_END,
 };
 
-Lookups::Lookups(sd_event *loop, sd_bus *bus, Registry &registry, const Clients &clients,
+Lookups::Lookups(sd_event *loop, sd_bus *bus, Registry &registry, Clients &clients, Quotas &quotas,
                  std::uint64_t limit)
-    : loop_{loop}, bus_{bus}, registry_{registry}, clients_{clients}, limit_{limit} {}
-
-Lookups::~Lookups() = default;
+    : loop_{loop}, bus_{bus}, registry_{registry}, clients_{clients}, quotas_{quotas}, limit_{
+                                                                                           limit} {}
 
 int Lookups::serve() {
   return sd_bus_add_object_vtable(bus_, nullptr, object_path, consumer_interface, methods_, this);
@@ -71,6 +70,9 @@ int Lookups::serve() {
 
 int Lookups::start(sd_bus_message *call, const SubscribeExpression &expression,
                    sd_bus_error *error) {
+  const std::optional<uid_t> user = quotas_.user_of(call);
+  if (!user || !quotas_.admits(call, {*user, one_call}))
+    return refuse(error, SD_BUS_ERROR_LIMITS_EXCEEDED, "Too many calls of the user wait.");
   std::vector<const Declaration *> properties = registry_.matching(expression);
   std::erase_if(properties, [](const Declaration *declaration) {
     return !event_declaration_is_property(declaration->declaration.get());
@@ -83,6 +85,8 @@ int Lookups::start(sd_bus_message *call, const SubscribeExpression &expression,
   lookup.owner = this;
   lookup.id = id;
   lookup.call = Message::share(call);
+  lookup.user = *user;
+  quotas_.take({*user, one_call});
   sd_event_source *timer = nullptr;
   const int status =
       sd_event_add_time_relative(loop_, &timer, CLOCK_MONOTONIC, limit_, 0, on_limit, &lookup);
@@ -103,9 +107,9 @@ void Lookups::ask(Lookup &lookup, const std::vector<const Declaration *> &declar
   for (const Declaration *declaration : declarations) {
     lookup.asked.push_back(declaration->global_id);
     ++lookup.unanswered;
-    const auto pending = pending_.insert(pending_.end(), {this, lookup.id, {}});
-    pending->self = pending;
-    clients_.subscribe(*declaration, bytes, on_answer, &*pending);
+    // The lookup may be decided before the answer comes.
+    clients_.subscribe(*declaration, bytes,
+                       [this, id = lookup.id](CallEnd, auto *answer) { answered(id, answer); });
   }
 }
 
@@ -146,17 +150,12 @@ void Lookups::receive(Lookup &lookup, const ::Event &event) {
   end(lookup);
 }
 
-int Lookups::on_answer(sd_bus_message *message, void *data, sd_bus_error *) noexcept {
-  auto *pending = static_cast<Pending *>(data);
-  Lookups &lookups = *pending->owner;
-  const std::uint32_t id = pending->lookup;
-  lookups.pending_.erase(pending->self);
-  if (const sd_bus_error *error = sd_bus_message_get_error(message))
+void Lookups::answered(std::uint32_t id, sd_bus_message *answer) {
+  if (const sd_bus_error *error = answer != nullptr ? sd_bus_message_get_error(answer) : nullptr)
     g_info("A producer could not be asked for a property's state: %s", error->message);
-  const auto found = lookups.lookups_.find(id);
-  if (found != lookups.lookups_.end() && --found->second.unanswered == 0)
-    lookups.fail(found->second, "No producer knows the state of the property.");
-  return 0;
+  const auto found = lookups_.find(id);
+  if (found != lookups_.end() && --found->second.unanswered == 0)
+    fail(found->second, "No producer knows the state of the property.");
 }
 
 int Lookups::on_limit(sd_event_source *, std::uint64_t, void *data) noexcept {
@@ -175,6 +174,7 @@ void Lookups::end(Lookup &lookup) {
   for (const std::uint32_t global_id : lookup.asked)
     if (const Declaration *declaration = registry_.find_declaration(global_id))
       clients_.unsubscribe(*declaration, id);
+  quotas_.give_back({lookup.user, one_call});
   lookups_.erase(id);
   registry_.release_subscription_id(id);
 }

@@ -2,8 +2,11 @@
 #include "journal.hpp"
 #include "service.hpp"
 
+#include <varro2/eventutils.h>
+
 #include <systemd/sd-daemon.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -21,6 +24,7 @@ struct Options {
   OwnedText system_types_folder;
   // Far below the 60 seconds after which the caller gives up.
   int property_state_limit = 5;
+  Holding per_user = usual_limits;
   bool verbose = false;
   bool version = false;
 };
@@ -30,6 +34,10 @@ bool read(Options &options, int argc, char **argv) {
   gchar *address = nullptr;
   gchar *types = nullptr;
   gchar *system_types = nullptr;
+  gint64 declarations = static_cast<gint64>(usual_limits.declarations);
+  gint64 subscriptions = static_cast<gint64>(usual_limits.subscriptions);
+  gint64 bytes = static_cast<gint64>(usual_limits.bytes);
+  gint64 calls = static_cast<gint64>(usual_limits.calls);
   gboolean verbose = FALSE;
   gboolean version = FALSE;
   const GOptionEntry entries[] = {
@@ -45,6 +53,14 @@ bool read(Options &options, int argc, char **argv) {
        "FOLDER"},
       {"property-state-timeout", 0, 0, G_OPTION_ARG_INT, &options.property_state_limit,
        "How long producers have to tell a property's state, in seconds (default: 5)", "SECONDS"},
+      {"max-declarations", 0, 0, G_OPTION_ARG_INT64, &declarations,
+       "Declarations that one user may have (default: 12000)", "NUMBER"},
+      {"max-subscriptions", 0, 0, G_OPTION_ARG_INT64, &subscriptions,
+       "Subscriptions that one user may have (default: 6000)", "NUMBER"},
+      {"max-bytes", 0, 0, G_OPTION_ARG_INT64, &bytes,
+       "Bytes that they may have together (default: 16777216)", "NUMBER"},
+      {"max-calls", 0, 0, G_OPTION_ARG_INT64, &calls,
+       "Calls of one user that may wait for an answer (default: 256)", "NUMBER"},
       {"verbose", 'v', 0, G_OPTION_ARG_NONE, &verbose, "Log every change of the registry", nullptr},
       {"version", 0, 0, G_OPTION_ARG_NONE, &version, "Print the version and end", nullptr},
       {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr}};
@@ -57,6 +73,10 @@ bool read(Options &options, int argc, char **argv) {
   options.bus_address.reset(address);
   options.types_folder.reset(types);
   options.system_types_folder.reset(system_types);
+  options.per_user = {.declarations = static_cast<std::size_t>(declarations),
+                      .subscriptions = static_cast<std::size_t>(subscriptions),
+                      .bytes = static_cast<std::size_t>(bytes),
+                      .calls = static_cast<std::size_t>(calls)};
   options.verbose = verbose;
   options.version = version;
   if (!understood)
@@ -65,6 +85,8 @@ bool read(Options &options, int argc, char **argv) {
     std::fprintf(stderr, "varro2-switchd: '%s' is not understood\n", argv[1]);
   else if (options.property_state_limit < 1 || options.property_state_limit > 55)
     std::fprintf(stderr, "varro2-switchd: --property-state-timeout is from 1 to 55\n");
+  else if (std::min({declarations, subscriptions, bytes, calls}) < 0)
+    std::fprintf(stderr, "varro2-switchd: a limit is 0 or more\n");
   else
     return true;
   return false;
@@ -135,9 +157,11 @@ int run(const Options &options) {
                                           : "/usr/share/event/declarations.d",
               options.types_folder ? options.types_folder.get()
                                    : "/etc/event_switch/declarations.d"};
-  Service service{loop.get(), bus.get(), std::move(types),
-                  static_cast<std::uint64_t>(options.property_state_limit) *
-                      microseconds_per_second};
+  Service::Limits limits;
+  limits.per_user = options.per_user;
+  limits.property_state =
+      static_cast<std::uint64_t>(options.property_state_limit) * microseconds_per_second;
+  Service service{loop.get(), bus.get(), std::move(types), limits};
 
   int status = handle_signals(loop.get(), service);
   if (status >= 0)
@@ -179,5 +203,6 @@ int main(int argc, char **argv) {
     return EXIT_SUCCESS;
   }
   write_log_to_standard_error(options.verbose);
+  event_utils_set_untrusted_peers(TRUE);
   return run(options);
 }

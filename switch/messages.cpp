@@ -1,5 +1,7 @@
 #include "messages.hpp"
 
+#include "untrusted.hpp"
+
 #include <cstdarg>
 #include <cstring>
 
@@ -23,11 +25,6 @@ bool is_client_path(const char *path) {
   return sd_bus_object_path_is_valid(path) > 0 && std::strlen(path) <= G_MAXUINT16;
 }
 
-// The readers of the library end the process at a malformed record.
-static bool is_record(const void *data, std::size_t size, std::uint8_t kind) {
-  return size > 0 && *static_cast<const std::uint8_t *>(data) == kind;
-}
-
 BytesRef read_record(sd_bus_message *message, std::uint8_t kind, sd_bus_error *error) {
   const void *data = nullptr;
   std::size_t size = 0;
@@ -35,7 +32,9 @@ BytesRef read_record(sd_bus_message *message, std::uint8_t kind, sd_bus_error *e
     sd_bus_error_set_errno(error, status);
     return {};
   }
-  if (!is_record(data, size, kind)) {
+  // The readers of the library end the process at a malformed record.
+  if (!RecordWalk{static_cast<const guint8 *>(data), size}.record(kind)) {
+    note_malformed_record(message);
     refuse(error, SD_BUS_ERROR_INVALID_ARGS, "The bytes of '%s' are no record of the kind %u.",
            sd_bus_message_get_member(message), unsigned{kind});
     return {};

@@ -37,8 +37,8 @@ const char *sender_of(sd_bus_message *message);
 // a path that is too long does not survive in an expression's record.
 bool is_client_path(const char *path);
 
-// Takes the next "ay" of a call, which is to hold a record of the given kind. A record of another
-// kind is refused and nothing comes back.
+// Takes the next "ay" of a call, which is to hold a record of the given kind. One that cannot be
+// read is refused, with the sender named in the log once, and nothing comes back.
 BytesRef read_record(sd_bus_message *message, std::uint8_t kind, sd_bus_error *error);
 
 // Answers a call with one "ay". This and done() return what a handler returns.

@@ -1,6 +1,8 @@
 #include "registry.hpp"
 
+#include "eventdeclaration.hpp"
 #include "preconditions.hpp"
+#include "subscribeexpression.hpp"
 
 namespace varro2::switchd {
 
@@ -15,7 +17,7 @@ Producer &Registry::producer(const Address &address, std::string name) {
 }
 
 const Declaration &Registry::declare(const Address &address, std::string name,
-                                     OwnedDeclaration declaration) {
+                                     OwnedDeclaration declaration, const Charge &charge) {
   Producer &owner = producer(address, std::move(name));
   const std::uint32_t global_id =
       declaration_ids_.next([this](auto id) { return declarations_.contains(id); });
@@ -25,12 +27,16 @@ const Declaration &Registry::declare(const Address &address, std::string name,
   added.producer_id = owner.id;
   added.producer = address;
   added.declaration = std::move(declaration);
+  added.charge = charge;
   event_declaration_set_global_id(added.declaration.get(), global_id);
   event_declaration_set_producer_id(added.declaration.get(), owner.id);
 
   const bool is_new = owner.declarations.emplace(added.local_id, global_id).second;
   VARRO2_ASSERT(is_new);
-  for (auto &[id, subscription] : subscriptions_) {
+  const Inspectable &facts = added.declaration->inspectable;
+  declaration_index_.add(global_id, facts);
+  for (const std::uint32_t id : subscription_index_.candidates(facts)) {
+    Subscription &subscription = subscriptions_.at(id);
     if (event_declaration_contains(added.declaration.get(), subscription.expression.get())) {
       added.subscriptions.insert(id);
       subscription.declarations.insert(global_id);
@@ -43,6 +49,7 @@ Declaration Registry::remove_declaration(std::uint32_t global_id) {
   auto node = declarations_.extract(global_id);
   VARRO2_ASSERT(!node.empty());
   Declaration removed = std::move(node.mapped());
+  declaration_index_.remove(global_id, removed.declaration->inspectable);
   producers_.at(removed.producer).declarations.erase(removed.local_id);
   for (const std::uint32_t id : removed.subscriptions)
     subscriptions_.at(id).declarations.erase(global_id);
@@ -66,9 +73,17 @@ const Declaration *Registry::find_declaration(const Address &address,
 
 std::vector<const Declaration *> Registry::matching(const SubscribeExpression &expression) const {
   std::vector<const Declaration *> fitting;
-  for (const auto &[id, declaration] : declarations_)
+  const auto ask = [&](const Declaration &declaration) {
     if (event_declaration_contains(declaration.declaration.get(), &expression))
       fitting.push_back(&declaration);
+  };
+  if (const auto candidates = declaration_index_.candidates(expression.inspectable)) {
+    for (const std::uint32_t id : *candidates)
+      ask(declarations_.at(id));
+  } else {
+    for (const auto &[id, declaration] : declarations_)
+      ask(declaration);
+  }
   return fitting;
 }
 
@@ -107,7 +122,8 @@ std::uint32_t Registry::reserve_subscription_id() {
 }
 
 const Subscription &Registry::subscribe(const Address &consumer, std::string name,
-                                        std::uint32_t token, OwnedExpression expression) {
+                                        std::uint32_t token, OwnedExpression expression,
+                                        const Charge &charge) {
   const std::uint32_t id = new_subscription_id();
   const bool is_new =
       subscription_keys_.emplace(SubscriptionKey{consumer.bus_name, consumer.path, token}, id)
@@ -127,6 +143,8 @@ const Subscription &Registry::subscribe(const Address &consumer, std::string nam
   added.consumer = consumer;
   added.name = std::move(name);
   added.expression = std::move(expression);
+  added.charge = charge;
+  subscription_index_.add(id, own->inspectable);
   for (const Declaration *declaration : matching(*own)) {
     added.declarations.insert(declaration->global_id);
     declarations_.at(declaration->global_id).subscriptions.insert(id);
@@ -138,6 +156,7 @@ Subscription Registry::remove_subscription(std::uint32_t id) {
   auto node = subscriptions_.extract(id);
   VARRO2_ASSERT(!node.empty());
   Subscription removed = std::move(node.mapped());
+  subscription_index_.remove(id, removed.expression->inspectable);
   subscription_keys_.erase({removed.consumer.bus_name, removed.consumer.path, removed.token});
   for (const std::uint32_t global_id : removed.declarations)
     declarations_.at(global_id).subscriptions.erase(id);

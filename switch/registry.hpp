@@ -1,7 +1,9 @@
 // Who declared what and who subscribed to what. Plain data: it knows no bus and sends nothing.
 #pragma once
 
+#include "index.hpp"
 #include "owning.hpp"
+#include "quotas.hpp"
 
 #include <varro2/eventdeclaration.h>
 #include <varro2/subscribeexpression.h>
@@ -54,6 +56,7 @@ struct Declaration {
   Address producer;
   OwnedDeclaration declaration; // carries the three ids
   Ids subscriptions;            // those that match
+  Charge charge;
 };
 
 struct Subscription {
@@ -63,6 +66,7 @@ struct Subscription {
   std::string name;
   OwnedExpression expression; // carries id, address and token
   Ids declarations;           // those that match, by global id
+  Charge charge;
 };
 
 struct Producer {
@@ -78,7 +82,7 @@ class Registry {
   // The producer must not have a declaration with this local id. A producer that is not known yet
   // gets its id.
   const Declaration &declare(const Address &producer, std::string name,
-                             OwnedDeclaration declaration);
+                             OwnedDeclaration declaration, const Charge &charge = {});
   // The record as it was, with the subscriptions that matched. The id must be known.
   Declaration remove_declaration(std::uint32_t global_id);
   const Declaration *find_declaration(std::uint32_t global_id) const;
@@ -94,7 +98,7 @@ class Registry {
 
   // The consumer must not have a subscription with this token.
   const Subscription &subscribe(const Address &consumer, std::string name, std::uint32_t token,
-                                OwnedExpression expression);
+                                OwnedExpression expression, const Charge &charge = {});
   // The record as it was, with the declarations that matched. The id must be known.
   Subscription remove_subscription(std::uint32_t id);
   const Subscription *find_subscription(std::uint32_t id) const;
@@ -122,6 +126,8 @@ class Registry {
   std::map<Address, Producer> producers_;
   std::map<std::uint32_t, Declaration> declarations_;
   std::map<std::uint32_t, Subscription> subscriptions_;
+  FactIndex declaration_index_;
+  TestIndex subscription_index_;
   std::map<SubscriptionKey, std::uint32_t> subscription_keys_; // bus name, path, token
   Ids producer_ids_in_use_;
   Ids reserved_;

@@ -48,11 +48,10 @@ const sd_bus_vtable Service::control_methods_[] = {
     SD_BUS_VTABLE_END,
 };
 
-Service::Service(sd_event *loop, sd_bus *bus, Types types, std::uint64_t property_state_limit)
-    : loop_{loop}, bus_{bus}, types_{std::move(types)}, clients_{bus}, lookups_{
-                                                                           loop, bus, registry_,
-                                                                           clients_,
-                                                                           property_state_limit} {}
+Service::Service(sd_event *loop, sd_bus *bus, Types types, const Limits &limits)
+    : loop_{loop}, bus_{bus}, types_{std::move(types)}, quotas_{limits.per_user},
+      clients_{bus, limits.queue}, lookups_{loop,     bus,     registry_,
+                                            clients_, quotas_, limits.property_state} {}
 
 int Service::serve() {
   const struct {
@@ -100,17 +99,19 @@ int Service::debug(sd_bus_message *call, sd_bus_error *) {
   for (const std::string &line : describe(registry_))
     g_message("%s", line.c_str());
   g_message("Property states being looked up: %zu", lookups_.size());
+  const SendWindow &window = clients_.window();
+  g_message("Calls to clients: %" G_GUINT64_FORMAT " answered, %zu on the way, %zu waiting, "
+            "%" G_GUINT64_FORMAT " dropped",
+            window.answered(), window.unanswered(), window.waiting(), window.dropped());
+  for (const auto &[user, holding] : quotas_.holdings())
+    g_message("User %u: %zu declarations, %zu subscriptions, %zu bytes, %zu waiting calls", user,
+              holding.declarations, holding.subscriptions, holding.bytes, holding.calls);
   return done(call);
 }
 
 int Service::quit(sd_bus_message *call, sd_bus_error *error) {
-  sd_bus_creds *queried = nullptr;
-  uid_t user = 0;
-  int status = sd_bus_query_sender_creds(call, SD_BUS_CREDS_EUID, &queried);
-  if (status >= 0)
-    status = sd_bus_creds_get_euid(queried, &user);
-  sd_bus_creds_unref(queried);
-  if (status < 0 || (user != 0 && user != geteuid()))
+  const std::optional<uid_t> user = quotas_.user_of(call);
+  if (!user || (*user != 0 && *user != geteuid()))
     return refuse(error, SD_BUS_ERROR_ACCESS_DENIED,
                   "Only root and the switch's own user may end it.");
   g_message("Ending, as %s asked", sender_of(call));
@@ -133,11 +134,28 @@ int Service::name_owner_changed(sd_bus_message *signal, sd_bus_error *) {
 }
 
 void Service::drop_client(const std::string &bus_name) {
+  clients_.forget(bus_name);
   lookups_.drop_caller(bus_name);
   for (const std::uint32_t id : registry_.subscriptions_on(bus_name))
     cancel(id, bus_name);
   for (const Address &producer : registry_.producers_on(bus_name))
     drop_producer(producer);
+  quotas_.forget_client(bus_name);
+}
+
+std::optional<Charge> Service::admit(sd_bus_message *call, const Holding &amount,
+                                     const Charge *former, sd_bus_error *error) {
+  const std::optional<uid_t> user = quotas_.user_of(call);
+  if (!user) {
+    refuse(error, SD_BUS_ERROR_ACCESS_DENIED, "The user of %s cannot be found out.",
+           sender_of(call));
+    return std::nullopt;
+  }
+  const Charge charge{*user, amount};
+  if (quotas_.admits(call, charge, former != nullptr ? former->amount : Holding{}))
+    return charge;
+  refuse(error, SD_BUS_ERROR_LIMITS_EXCEEDED, "The user %u holds as much as it may.", *user);
+  return std::nullopt;
 }
 
 } // namespace varro2::switchd

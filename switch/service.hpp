@@ -4,10 +4,12 @@
 #include "clients.hpp"
 #include "lookups.hpp"
 #include "messages.hpp"
+#include "quotas.hpp"
 #include "registry.hpp"
 #include "types.hpp"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace varro2::switchd {
@@ -16,8 +18,14 @@ namespace varro2::switchd {
 // has, or has coming, what belongs to it. Runs on the loop's thread only.
 class Service {
  public:
-  // The limit for property states is in microseconds. Loop and bus outlive the service.
-  Service(sd_event *loop, sd_bus *bus, Types types, std::uint64_t property_state_limit);
+  struct Limits {
+    Holding per_user = usual_limits;
+    std::size_t queue = 1024 * 1024;          // bytes that wait for one client
+    std::uint64_t property_state = 5'000'000; // microseconds
+  };
+
+  // Loop and bus outlive the service.
+  Service(sd_event *loop, sd_bus *bus, Types types, const Limits &limits);
   Service(const Service &) = delete;
   Service &operator=(const Service &) = delete;
 
@@ -62,7 +70,12 @@ class Service {
 
   int name_owner_changed(sd_bus_message *signal, sd_bus_error *error);
 
-  void add(const Address &producer, const char *name, OwnedDeclaration declaration);
+  void add(const Address &producer, const char *name, OwnedDeclaration declaration,
+           const Charge &charge);
+  // Who is charged with the amount, which is free for it once `former` is given back; when it is
+  // not, the call is refused and nothing comes back.
+  std::optional<Charge> admit(sd_bus_message *call, const Holding &amount, const Charge *former,
+                              sd_bus_error *error);
   enum class ProducerIs { there, gone };
   void withdraw(std::uint32_t global_id, ProducerIs producer_is);
   void drop_producer(const Address &producer);
@@ -74,6 +87,7 @@ class Service {
   sd_bus *bus_;
   Types types_;
   Registry registry_;
+  Quotas quotas_;
   Clients clients_;
   Lookups lookups_;
 };

@@ -2,6 +2,9 @@
 
 #include <varro2/notification.h>
 
+#include <cerrno>
+#include <cstring>
+
 namespace varro2::switchd {
 
 const sd_bus_vtable Service::consumer_methods_[] = {
@@ -38,10 +41,17 @@ int Service::subscribe(sd_bus_message *call, sd_bus_error *error) {
     return -EINVAL;
 
   const Address consumer{sender_of(call), path};
-  if (const Subscription *former = registry_.find_subscription(consumer, token))
+  const Subscription *former = registry_.find_subscription(consumer, token);
+  const auto charge = admit(call, {.subscriptions = 1, .bytes = bytes->len + std::strlen(path)},
+                            former != nullptr ? &former->charge : nullptr, error);
+  if (!charge)
+    return -EDQUOT;
+  if (former != nullptr)
     cancel(former->id);
-  const Subscription &added = registry_.subscribe(
-      consumer, name, token, OwnedExpression{subscribe_expression_deserialize(bytes.get())});
+  const Subscription &added =
+      registry_.subscribe(consumer, name, token,
+                          OwnedExpression{subscribe_expression_deserialize(bytes.get())}, *charge);
+  quotas_.take(*charge);
   g_info("'%s' (%s%s) subscribed %u", name, consumer.bus_name.c_str(), path, added.id);
   const BytesRef expression = serialize(*added.expression);
   for (const std::uint32_t global_id : added.declarations) {
@@ -54,6 +64,7 @@ int Service::subscribe(sd_bus_message *call, sd_bus_error *error) {
 
 void Service::cancel(std::uint32_t subscription_id, const std::string &gone) {
   const Subscription removed = registry_.remove_subscription(subscription_id);
+  quotas_.give_back(removed.charge);
   g_info("%s%s ended the subscription %u", removed.consumer.bus_name.c_str(),
          removed.consumer.path.c_str(), subscription_id);
   for (const std::uint32_t global_id : removed.declarations) {

@@ -2,6 +2,9 @@
 
 #include <varro2/notification.h>
 
+#include <cerrno>
+#include <cstring>
+
 namespace varro2::switchd {
 namespace {
 
@@ -56,16 +59,26 @@ int Service::declare(sd_bus_message *call, sd_bus_error *error) {
   const BytesRef bytes = read_record(call, SERIALIZE_ID_EVENT_DECLARATION, error);
   if (!bytes)
     return -EINVAL;
-  add({sender_of(call), path}, name, OwnedDeclaration{event_declaration_deserialize(bytes.get())});
+  OwnedDeclaration declaration{event_declaration_deserialize(bytes.get())};
+  const Address producer{sender_of(call), path};
+  const Declaration *former =
+      registry_.find_declaration(producer, event_declaration_get_local_id(declaration.get()));
+  const auto charge = admit(call, {.declarations = 1, .bytes = bytes->len + strlen(path)},
+                            former != nullptr ? &former->charge : nullptr, error);
+  if (!charge)
+    return -EDQUOT;
+  add(producer, name, std::move(declaration), *charge);
   return done(call);
 }
 
-void Service::add(const Address &producer, const char *name, OwnedDeclaration declaration) {
+void Service::add(const Address &producer, const char *name, OwnedDeclaration declaration,
+                  const Charge &charge) {
   const std::uint32_t local_id = event_declaration_get_local_id(declaration.get());
   if (const Declaration *former = registry_.find_declaration(producer, local_id))
     withdraw(former->global_id, ProducerIs::there);
 
-  const Declaration &added = registry_.declare(producer, name, std::move(declaration));
+  const Declaration &added = registry_.declare(producer, name, std::move(declaration), charge);
+  quotas_.take(charge);
   g_info("'%s' (%s%s) declared %u", name, producer.bus_name.c_str(), producer.path.c_str(),
          added.global_id);
   clients_.global_declare_id(added);
@@ -90,6 +103,7 @@ int Service::undeclare(sd_bus_message *call, sd_bus_error *error) {
 
 void Service::withdraw(std::uint32_t global_id, ProducerIs producer_is) {
   const Declaration removed = registry_.remove_declaration(global_id);
+  quotas_.give_back(removed.charge);
   g_info("%s%s withdrew the declaration %u", removed.producer.bus_name.c_str(),
          removed.producer.path.c_str(), global_id);
   for (const std::uint32_t id : removed.subscriptions) {

@@ -71,14 +71,18 @@ bool is_subscription(const guint8 *data, std::size_t length) noexcept {
          sd_bus_object_path_is_valid(object.c_str()) > 0;
 }
 
-bool is_acceptable(sd_bus_message *message, PayloadCheck check) {
-  if (!peers_are_untrusted() || passes(message, check))
-    return true;
+void note_malformed_record(sd_bus_message *message) {
   const char *sender = sd_bus_message_get_sender(message);
   if (sender == nullptr)
     sender = "a peer without a name";
   if (named_senders.add(sender))
     VARRO2_WARNING("%sDropped a malformed record from %s", sender);
+}
+
+bool is_acceptable(sd_bus_message *message, PayloadCheck check) {
+  if (!peers_are_untrusted() || passes(message, check))
+    return true;
+  note_malformed_record(message);
   return false;
 }
 

@@ -23,8 +23,11 @@ inline bool is_declaration_list(const guint8 *data, std::size_t length) noexcept
 // An expression that says where its events go. A call to anywhere else cannot even be built.
 bool is_subscription(const guint8 *data, std::size_t length) noexcept;
 
+// Names the sender of a bad record in the log, each sender once.
+void note_malformed_record(sd_bus_message *message);
+
 // Whether the message, at which nobody has read yet, can be read as its handler will do it. Always
-// so when peers are trusted. The sender of one that cannot is named in the log, once each.
+// so when peers are trusted. The sender of one that cannot is noted.
 bool is_acceptable(sd_bus_message *message, PayloadCheck check);
 
 // Makes a call end with InvalidArgs; the result is what a handler returns.

@@ -327,13 +327,27 @@ TEST_F(SwitchTest, ManyConsumersOfOneDeclarationAreAllServed) {
   for (std::uint32_t token = 1; token <= many; ++token)
     consumer.subscribe(token, expression("a"));
   SwitchClient producer;
-  producer.stay_silent("Subscribe");
-  consumer.stay_silent("Notification");
   producer.declare(declaration("a", 1));
+  ASSERT_TRUE(producer.wait_for("DeclarationComplete"));
   EXPECT_EQ(producer.count("Subscribe"), many);
-  EXPECT_EQ(producer.count("DeclarationComplete"), 1u);
-  consumer.settle();
-  EXPECT_EQ(consumer.count("Notification"), many);
+  EXPECT_EQ(producer.members().back(), "DeclarationComplete");
+  EXPECT_TRUE(consumer.wait_for("Notification", many));
+}
+
+TEST_F(SwitchTest, AClientThatDoesNotAnswerKeepsNobodyWaiting) {
+  SwitchClient hanging;
+  for (const char *member : {"GlobalDeclareId", "Subscribe", "DeclarationComplete"})
+    hanging.stay_silent(member);
+  for (std::uint32_t id = 1; id <= 100; ++id)
+    EXPECT_EQ(hanging.declare(declaration("a", id)).error_name, "");
+  SwitchClient producer;
+  producer.declare(declaration("a", 1));
+  ASSERT_TRUE(producer.wait_for("DeclarationComplete"));
+  SwitchClient consumer;
+  EXPECT_EQ(consumer.subscribe(1, expression("a")).error_name, "");
+  ASSERT_TRUE(consumer.wait_for("Notification", 101));
+  // It got as many calls as it left without an answer, and no more.
+  EXPECT_EQ(hanging.count("GlobalDeclareId") + hanging.count("DeclarationComplete"), 8u);
 }
 
 } // namespace
