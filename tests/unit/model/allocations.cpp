@@ -5,7 +5,11 @@
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define SANITIZED 1
-#include <sanitizer/allocator_interface.h>
+extern "C" {
+std::size_t __sanitizer_get_allocated_size(const volatile void *memory);
+int __sanitizer_install_malloc_and_free_hooks(void (*on_malloc)(const volatile void *, std::size_t),
+                                              void (*on_free)(const volatile void *));
+}
 #endif
 
 namespace {
@@ -17,15 +21,21 @@ constinit std::atomic<std::size_t> held = 0;
 
 #ifdef SANITIZED
 
-// A sanitizer has an allocator of its own and calls these.
-extern "C" void __sanitizer_malloc_hook(const volatile void *, std::size_t size) {
+// A sanitizer has an allocator of its own, which calls these.
+namespace {
+
+void on_malloc(const volatile void *, std::size_t size) {
   ++count;
   held += size;
 }
-extern "C" void __sanitizer_free_hook(const volatile void *memory) {
+void on_free(const volatile void *memory) {
   if (memory != nullptr)
     held -= __sanitizer_get_allocated_size(memory);
 }
+[[maybe_unused]] const int installed =
+    __sanitizer_install_malloc_and_free_hooks(on_malloc, on_free);
+
+} // namespace
 
 #else
 
