@@ -13,7 +13,7 @@
 namespace {
 
 constexpr const char *usage =
-    R"(usage: event_printer [--count N] TEST... [or TEST...]...
+    R"(usage: event_printer [--count N] [--format FORMAT] TEST... [or TEST...]...
 
 Prints every event that passes all tests of at least one list, and every notification
 that a declaration of such events was added or removed. Ends on SIGINT or SIGTERM.
@@ -24,7 +24,9 @@ A test is one of
   *=VALUE      any key has this value     *!=VALUE     no key has this value
 KEY may be written NAMESPACE:KEY.
 
-  --count N    end after N events
+  --count N         end after N events
+  --format FORMAT   text (the default), or a JSON document a line: json or onvif. With these two
+                    the notifications go to standard error, so that the documents stand alone.
 
 For example: event_printer topic0=Monitoring topic1=Processor or NetworkLink '!failed'
 )";
@@ -95,9 +97,23 @@ guint64 parse_count(const char *text) {
   return count;
 }
 
+// None for text.
+std::optional<guint32> parse_format(const char *text) {
+  const std::string_view format{text ? text : ""};
+  if (format == "json")
+    return JSON_FORMAT_TAMLO;
+  if (format == "onvif")
+    return JSON_FORMAT_ONVIF;
+  if (format != "text")
+    usage_error(text ? "argument '--format " + std::string{format} + "': not text, json or onvif"
+                     : "argument '--format' needs text, json or onvif");
+  return std::nullopt;
+}
+
 struct Options {
   Expression expression{subscribe_expression_new()};
   std::optional<guint64> count;
+  std::optional<guint32> json_format;
 };
 
 Options parse(int argc, char **argv) {
@@ -110,9 +126,12 @@ Options parse(int argc, char **argv) {
       std::fputs(usage, stdout);
       std::exit(0);
     }
-    if (option != "--count")
+    if (option == "--count")
+      options.count = parse_count(argv[++i]);
+    else if (option == "--format")
+      options.json_format = parse_format(argv[++i]);
+    else
       usage_error("unknown option '" + std::string{option} + "'");
-    options.count = parse_count(argv[++i]);
   }
   for (; i < argc; ++i) {
     if (std::string_view{argv[i]} != "or") {
@@ -133,13 +152,30 @@ Options parse(int argc, char **argv) {
 struct Printer {
   GMainLoop *loop;
   std::optional<guint64> limit;
+  std::optional<guint32> json_format;
   guint64 events = 0;
   guint64 notifications = 0;
+
+  std::FILE *beside_events() const { return json_format ? stderr : stdout; }
 };
+
+void print_json(const Event *event, guint32 format) {
+  JsonOptions *options = json_options_new();
+  json_options_set_format(options, format);
+  json_options_use_only_strings_in_message(options, FALSE);
+  char *document = event_get_json(event, options);
+  std::puts(document);
+  std::fflush(stdout);
+  std::free(document);
+  json_options_free(options);
+}
 
 void on_event(Event *event, gpointer data) {
   auto &printer = *static_cast<Printer *>(data);
-  print_line("event", event_text(event));
+  if (printer.json_format)
+    print_json(event, *printer.json_format);
+  else
+    print_line("event", event_text(event));
   event_free(event);
   ++printer.events;
   if (printer.limit && printer.events >= *printer.limit)
@@ -147,11 +183,12 @@ void on_event(Event *event, gpointer data) {
 }
 
 void on_notification(Notification *notification, gpointer data) {
-  ++static_cast<Printer *>(data)->notifications;
+  auto &printer = *static_cast<Printer *>(data);
+  ++printer.notifications;
   // A declaration's events as they are before their open values are filled in.
   Event *declared = event_declaration_generate_event(notification_get_declaration(notification));
-  print_line(notification_is_type_deleted(notification) ? "removed" : "added",
-             event_text(declared));
+  print_line(notification_is_type_deleted(notification) ? "removed" : "added", event_text(declared),
+             printer.beside_events());
   event_free(declared);
   notification_free(notification);
 }
@@ -169,7 +206,7 @@ void on_freed(EventConsumer *, gpointer loop) {
 
 int main(int argc, char **argv) {
   const Options options = parse(argc, argv);
-  Printer printer{g_main_loop_new(nullptr, FALSE), options.count};
+  Printer printer{g_main_loop_new(nullptr, FALSE), options.count, options.json_format};
   g_unix_signal_add(SIGINT, on_signal, printer.loop);
   g_unix_signal_add(SIGTERM, on_signal, printer.loop);
 
@@ -184,8 +221,10 @@ int main(int argc, char **argv) {
   event_consumer_unsubscribe(consumer, token, nullptr);
   event_consumer_int_free(consumer, on_freed, printer.loop);
   g_main_loop_run(printer.loop);
-  print_line("total", std::to_string(printer.events) + " events, " +
-                          std::to_string(printer.notifications) + " notifications");
+  print_line("total",
+             std::to_string(printer.events) + " events, " + std::to_string(printer.notifications) +
+                 " notifications",
+             printer.beside_events());
   g_main_loop_unref(printer.loop);
   return 0;
 }

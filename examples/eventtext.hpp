@@ -39,13 +39,13 @@ inline std::string event_text(const Event *event) {
   return text;
 }
 
-// One line on standard output, at once: "sent     12:30:01.250 TEXT".
-inline void print_line(const char *verb, const std::string &text) {
+// One line, at once: "sent     12:30:01.250 TEXT".
+inline void print_line(const char *verb, const std::string &text, std::FILE *to = stdout) {
   GDateTime *now = g_date_time_new_now_local();
   gchar *time = g_date_time_format(now, "%H:%M:%S");
-  std::printf("%-8s %s.%03d %s\n", verb, time, g_date_time_get_microsecond(now) / 1000,
-              text.c_str());
-  std::fflush(stdout);
+  std::fprintf(to, "%-8s %s.%03d %s\n", verb, time, g_date_time_get_microsecond(now) / 1000,
+               text.c_str());
+  std::fflush(to);
   g_free(time);
   g_date_time_unref(now);
 }

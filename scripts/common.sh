@@ -6,6 +6,9 @@
 # switch_start PROGRAM       starts the switch and waits until it has its name; sets switch_pid
 # private_bus_stop           ends both
 # end_process SIGNAL PID     ends a process that one of these has started
+# types_visible FOLDER TYPES sets with_types to the words that run a command where the files in TYPES
+#                            stand in the system's folder of types: for this command alone, with
+#                            what is needed for it in the folder. Fails where that is not permitted
 
 use_compiler_cache() {
   command -v ccache >/dev/null || return 0
@@ -84,4 +87,33 @@ private_bus_stop() {
     end_process TERM "$pid"
   done
   switch_pid= bus_pid=
+}
+
+# In a mount name space of its own a copy of /usr/share takes its place: everything that is there,
+# and the types. The mounts end with the command.
+show_types='
+  set -e
+  view=$1/share types=$2
+  shift 2
+  mkdir -p "$view"
+  mount -t tmpfs varro2-types "$view"
+  mkdir -p "$view/usr-share" "$view/share"
+  mount --rbind /usr/share "$view/usr-share"
+  for entry in "$view"/usr-share/* "$view"/usr-share/.[!.]*; do
+    [ -e "$entry" ] && [ "${entry##*/}" != event ] && ln -s "$entry" "$view/share/"
+  done
+  mkdir -p "$view/share/event"
+  cp -R "$types" "$view/share/event/declarations.d"
+  mount --rbind "$view/share" /usr/share
+  exec "$@"
+'
+
+types_visible() {
+  local privilege
+  for privilege in "" --map-root-user; do
+    with_types=(unshare --mount $privilege sh -c "$show_types" show_types "$1" "$2")
+    "${with_types[@]}" true 2>/dev/null && return 0
+  done
+  with_types=()
+  return 1
 }

@@ -4,17 +4,30 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <utility>
 
 namespace {
 
-// All events of this program begin alike.
-EventDeclaration *new_declaration(const char *topic) {
-  EventDeclaration *declaration = event_declaration_new(FALSE);
-  event_declaration_add_key_value(declaration, "topic0", "Monitoring", VALUE_TYPE_STRING);
-  event_declaration_set_name_space(declaration, "topic0", "tns1");
-  event_declaration_add_key_value(declaration, "topic1", topic, VALUE_TYPE_STRING);
-  event_declaration_set_name_space(declaration, "topic1", "tns1");
-  return declaration;
+// The files that came with this program; the system's folder when it was installed under /usr.
+std::filesystem::path own_types() {
+  std::error_code failure;
+  const auto program = std::filesystem::read_symlink("/proc/self/exe", failure);
+  return program.parent_path().parent_path() / "share/event/declarations.d";
+}
+
+bool is_installed(const char *type) {
+  EventDeclaration *found = event_declaration_new_from_type(type);
+  event_declaration_free(found);
+  return found != nullptr;
+}
+
+bool is_state(const KeyValue *pair) {
+  const auto has_name = [](gconstpointer tag, gconstpointer name) -> gint {
+    return g_strcmp0(static_cast<const char *>(tag), static_cast<const char *>(name));
+  };
+  return g_list_find_custom(pair->tags, "property-state", has_name) != nullptr;
 }
 
 bool almost_full(const FileSystem &state) {
@@ -31,19 +44,59 @@ Monitor::Monitor()
           },
           this)},
       times_{read_processor_times()} {
-  declare_processor();
-  declare_memory();
+  processor_.source.fill = [this](Event *event) {
+    event_set_value(event, "load_percent", &processor_.state);
+  };
+  declare(processor_.source, "machine-processor");
+  memory_.source.fill = [this](Event *event) {
+    event_set_value(event, "total_mib", &memory_.state.total_mib);
+    event_set_value(event, "available_mib", &memory_.state.available_mib);
+  };
+  declare(memory_.source, "machine-memory");
   look_at_file_systems();
   look_at_links();
 }
 
-void Monitor::declare(Source &source, EventDeclaration *declaration, const char *state_key) {
-  event_declaration_add_key(declaration, "number", VALUE_TYPE_INT);
-  source.property = state_key != nullptr;
+void Monitor::declare(Source &source, const char *type, const std::vector<Given> &given) {
+  source.property = !given.empty();
+  source.local_id =
+      is_installed(type) ? register_type(type, given) : declare_by_hand(source, type, given);
+  if (source.local_id == 0) {
+    std::fprintf(stderr, "machine_monitor: cannot declare events of type %s\n", type);
+    std::exit(1);
+  }
+}
+
+guint32 Monitor::register_type(const char *type, const std::vector<Given> &given) {
+  GList *list = nullptr;
+  for (const auto &[key, value, value_type] : given) {
+    list = g_list_append(list, const_cast<char *>(key));
+    list = g_list_append(list, const_cast<gpointer>(value));
+    list = g_list_append(list, GUINT_TO_POINTER(value_type));
+  }
+  const guint32 local_id = event_producer_register_list(producer_, type, list);
+  g_list_free(list);
+  return local_id;
+}
+
+// What a registration does, from a file that is not where types are looked for.
+guint32 Monitor::declare_by_hand(Source &source, const char *type,
+                                 const std::vector<Given> &given) {
+  const std::string file = own_types() / (std::string{type} + ".xml");
+  if (!std::exchange(said_not_installed_, true))
+    print_line("note", "declaring from " + own_types().string() + ": not installed as types");
+  EventDeclaration *declaration = event_declaration_deserialize_xml_file(file.c_str());
+  if (!declaration)
+    return 0;
+  Inspectable *keys = event_declaration_get_inspectable(declaration);
+  for (const auto &[key, value, value_type] : given)
+    if (!is_state(inspectable_get_key_value(keys, key)))
+      inspectable_set_value(keys, key, value);
   if (source.property)
-    event_declaration_set_property(declaration, state_key, fill_property, &source);
-  source.local_id = event_producer_declare(producer_, declaration);
+    event_declaration_set_property(declaration, nullptr, fill_property, &source);
+  const guint32 local_id = event_producer_declare(producer_, declaration);
   event_declaration_free(declaration);
+  return local_id;
 }
 
 // The value that a property has from the start, before anything has changed.
@@ -54,49 +107,30 @@ Event *Monitor::fill_property(Event *event, gpointer data) noexcept {
   return event;
 }
 
-void Monitor::declare_processor() {
-  EventDeclaration *declaration = new_declaration("Processor");
-  event_declaration_add_key(declaration, "load_percent", VALUE_TYPE_DOUBLE);
-  processor_.source.fill = [this](Event *event) {
-    event_set_value(event, "load_percent", &processor_.state);
-  };
-  declare(processor_.source, declaration);
-}
-
-void Monitor::declare_memory() {
-  EventDeclaration *declaration = new_declaration("Memory");
-  event_declaration_add_key(declaration, "total_mib", VALUE_TYPE_INT);
-  event_declaration_add_key(declaration, "available_mib", VALUE_TYPE_INT);
-  memory_.source.fill = [this](Event *event) {
-    event_set_value(event, "total_mib", &memory_.state.total_mib);
-    event_set_value(event, "available_mib", &memory_.state.available_mib);
-  };
-  declare(memory_.source, declaration);
-}
-
 void Monitor::declare_file_system(const std::string &mount_point, Watched<FileSystem> &watched) {
-  EventDeclaration *declaration = new_declaration("FileSystem");
-  event_declaration_add_key_value(declaration, "mount_point", mount_point.c_str(),
-                                  VALUE_TYPE_STRING);
-  event_declaration_add_key(declaration, "almost_full", VALUE_TYPE_BOOL);
-  event_declaration_add_key(declaration, "free_mib", VALUE_TYPE_INT);
   watched.source.fill = [&state = watched.state](Event *event) {
     const gboolean full = almost_full(state);
     event_set_value(event, "almost_full", &full);
     event_set_value(event, "free_mib", &state.free_mib);
   };
-  declare(watched.source, declaration, "almost_full");
+  const gboolean full = almost_full(watched.state);
+  declare(watched.source, "machine-file-system",
+          {{"mount_point", mount_point.c_str(), VALUE_TYPE_STRING},
+           {"almost_full", &full, VALUE_TYPE_BOOL},
+           {"free_mib", &watched.state.free_mib, VALUE_TYPE_INT},
+           {"number", &watched.source.number, VALUE_TYPE_INT}});
 }
 
 void Monitor::declare_link(const std::string &interface, Watched<bool> &watched) {
-  EventDeclaration *declaration = new_declaration("NetworkLink");
-  event_declaration_add_key_value(declaration, "interface", interface.c_str(), VALUE_TYPE_STRING);
-  event_declaration_add_key(declaration, "up", VALUE_TYPE_BOOL);
   watched.source.fill = [&state = watched.state](Event *event) {
     const gboolean up = state;
     event_set_value(event, "up", &up);
   };
-  declare(watched.source, declaration, "up");
+  const gboolean up = watched.state;
+  declare(watched.source, "machine-network-link",
+          {{"interface", interface.c_str(), VALUE_TYPE_STRING},
+           {"up", &up, VALUE_TYPE_BOOL},
+           {"number", &watched.source.number, VALUE_TYPE_INT}});
 }
 
 void Monitor::send(Source &source) {

@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 // Everything runs on the thread of the default main context.
 class Monitor {
@@ -30,7 +31,8 @@ class Monitor {
   const Ledger &ledger() const { return ledger_; }
 
  private:
-  // One declaration. Stays in its place: the property hook points at it.
+  // One declaration. Stays in its place: the property hook of a type that is not installed points
+  // at it.
   struct Source {
     std::function<void(Event *)> fill; // the open values, the number excepted
     bool property = false;
@@ -45,19 +47,28 @@ class Monitor {
   template <typename State>
   using Watchlist = std::map<std::string, Watched<State>>;
 
-  void declare(Source &source, EventDeclaration *declaration, const char *state_key = nullptr);
+  // The value of a key that a type leaves open.
+  struct Given {
+    const char *key;
+    gconstpointer value; // of the value type
+    guint32 value_type;
+  };
+
+  // Properties give all open values, the state among them; other events are filled in one by one.
+  void declare(Source &source, const char *type, const std::vector<Given> &given = {});
+  guint32 register_type(const char *type, const std::vector<Given> &given);
+  guint32 declare_by_hand(Source &source, const char *type, const std::vector<Given> &given);
   void send(Source &source);
   template <typename State>
   void follow(Watchlist<State> &known, const std::map<std::string, State> &current,
               void (Monitor::*declare_new)(const std::string &, Watched<State> &));
-  void declare_processor();
-  void declare_memory();
   void declare_file_system(const std::string &mount_point, Watched<FileSystem> &watched);
   void declare_link(const std::string &interface, Watched<bool> &watched);
 
   static Event *fill_property(Event *event, gpointer source) noexcept;
 
   Ledger ledger_;
+  bool said_not_installed_ = false;
   EventProducer *producer_;
   std::optional<ProcessorTimes> times_;
   Watched<double> processor_; // percent
