@@ -1,10 +1,10 @@
 // Work that a handle queues for the thread of the default main context.
 #pragma once
 
+#include "commandsource.hpp"
 #include "log.hpp"
 #include "owning.hpp"
 
-#include <varro2/commandsource.h>
 #include <varro2/idgenerator.h>
 
 #include <memory>
@@ -15,17 +15,17 @@ namespace varro2 {
 using OwnedCommands = Owned<CommandSource, command_source_free>;
 using OwnedIds = Owned<IdGenerator, idgenerator_free>;
 
-// The work is called once, with the handle, and owns what it captured. A handle's command source
-// has the handle as its user data.
+// The work is called once, with the handle, and owns what it captured; when the handle goes before
+// its turn has come, it is only freed. A handle's command source has the handle as its user data.
 template <typename Handle, typename Work>
 void queue(Handle &handle, Work work) {
-  command_source_run_async(
-      handle.commands.get(),
+  handle.commands->run_async(
       [](gpointer data, gpointer user_data) noexcept {
         const std::unique_ptr<Work> owned{static_cast<Work *>(data)};
         (*owned)(*static_cast<Handle *>(user_data));
       },
-      std::make_unique<Work>(std::move(work)).release());
+      std::make_unique<Work>(std::move(work)).release(),
+      [](gpointer data) noexcept { delete static_cast<Work *>(data); });
 }
 
 // The end of a handle's connection attempt: for whoever asked to be told, else for the log.

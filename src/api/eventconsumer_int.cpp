@@ -1,5 +1,6 @@
 #include "eventconsumer.hpp"
 
+#include "consumer.hpp"
 #include "failure.hpp"
 #include "preconditions.hpp"
 
@@ -116,16 +117,18 @@ gboolean event_consumer_int_unsubscribe(EventConsumer *event_consumer, guint32 t
   VARRO2_ASSERT(error == NULL || *error == NULL);
   VARRO2_ASSERT(event_consumer != NULL);
   // Taken out here, so that no event is delivered any more once the call has returned.
-  ConsumerSubscription *subscription =
-      consumer_send_unsubscribe_prepare(event_consumer->consumer.get(), token);
-  if (!subscription)
+  std::unique_ptr<ConsumerSubscription> subscription{
+      consumer_send_unsubscribe_prepare(event_consumer->consumer.get(), token)};
+  const bool known = subscription != nullptr;
+  if (!known)
     fail(error, unknown_token(token));
-  queue(*event_consumer, [token, subscription, callback, user_data](EventConsumer &handle) {
-    if (subscription)
-      consumer_send_unsubscribe(handle.consumer.get(), subscription);
+  queue(*event_consumer, [token, known, subscription = std::move(subscription), callback,
+                          user_data](EventConsumer &handle) mutable {
+    if (known)
+      consumer_send_unsubscribe(handle.consumer.get(), subscription.release());
     if (callback)
-      callback(token, user_data, subscription ? nullptr : unknown_token(token).release());
+      callback(token, user_data, known ? nullptr : unknown_token(token).release());
     idgenerator_release(handle.ids.get(), token);
   });
-  return subscription != nullptr;
+  return known;
 }

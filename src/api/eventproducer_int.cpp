@@ -2,10 +2,13 @@
 
 #include "failure.hpp"
 #include "preconditions.hpp"
+#include "producer.hpp"
 
 using namespace varro2;
 
 namespace {
+
+using OwnedRecord = std::unique_ptr<ProducerDeclarationData>;
 
 bool may_be_declared(const EventDeclaration &declaration) {
   if (event_declaration_is_internal(&declaration))
@@ -32,11 +35,11 @@ OwnedError check_and_stamp(EventProducer &handle, const Event *event, Event *cop
 }
 
 void run_event_producer_int_undeclare(EventProducer &handle, guint32 local_declare_id,
-                                      ProducerDeclarationData *record,
-                                      EventProducerUndeclareCallback callback, gpointer user_data) {
+                                      OwnedRecord record, EventProducerUndeclareCallback callback,
+                                      gpointer user_data) {
   OwnedError error;
   if (record) {
-    producer_send_undeclare(handle.producer.get(), record);
+    producer_send_undeclare(handle.producer.get(), record.release());
     idgenerator_release(handle.ids.get(), local_declare_id);
     const std::scoped_lock lock{handle.prepared_lock};
     const bool result = handle.prepared_events.erase(local_declare_id) != 0;
@@ -134,12 +137,14 @@ gboolean event_producer_int_undeclare(EventProducer *event_producer, guint32 loc
   VARRO2_EXPECT(event_producer != NULL, FALSE);
   VARRO2_EXPECT(local_declare_id != 0, FALSE);
   // Released here, so that the result is known at once and no further subscriber is served.
-  ProducerDeclarationData *record =
-      producer_release_declare_id(event_producer->producer.get(), local_declare_id);
-  queue(*event_producer, [local_declare_id, record, callback, user_data](EventProducer &handle) {
-    run_event_producer_int_undeclare(handle, local_declare_id, record, callback, user_data);
+  OwnedRecord record{producer_release_declare_id(event_producer->producer.get(), local_declare_id)};
+  const bool found = record != nullptr;
+  queue(*event_producer, [local_declare_id, record = std::move(record), callback,
+                          user_data](EventProducer &handle) mutable {
+    run_event_producer_int_undeclare(handle, local_declare_id, std::move(record), callback,
+                                     user_data);
   });
-  return record != nullptr;
+  return found;
 }
 
 gboolean event_producer_int_send_event(EventProducer *event_producer, const Event *event,

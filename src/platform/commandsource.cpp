@@ -88,12 +88,17 @@ void CommandSource::wake() {
   g_source_set_ready_time(source_.get(), 0);
 }
 
-void CommandSource::run_async(CommandSourceFunction function, gpointer data) {
-  const std::lock_guard lock{mutex_};
-  if (is_closed_)
-    return;
-  queue_.push_back({function, nullptr, data});
-  wake();
+void CommandSource::run_async(CommandSourceFunction function, gpointer data, GDestroyNotify drop) {
+  {
+    const std::lock_guard lock{mutex_};
+    if (!is_closed_) {
+      queue_.push_back({function, nullptr, data, drop});
+      wake();
+      return;
+    }
+  }
+  if (drop)
+    drop(data);
 }
 
 gpointer CommandSource::run(CommandSourceQuery query, gpointer data) {
@@ -133,7 +138,7 @@ gpointer CommandSource::run_there(CommandSourceQuery query, gpointer data) {
   std::unique_lock lock{mutex_};
   if (is_closed_)
     return nullptr;
-  queue_.push_back({nullptr, &waiter, data});
+  queue_.push_back({nullptr, &waiter, data, nullptr});
   wake();
   waiter.over.wait(lock, [&] { return waiter.is_over; });
   return waiter.result;
@@ -168,13 +173,19 @@ void CommandSource::finish(Waiter &waiter, gpointer result) {
 
 void CommandSource::close() {
   const auto owner = CommandSourceRef::adopt(this);
+  std::deque<Command> dropped;
   {
     const std::lock_guard lock{mutex_};
     is_closed_ = true;
-    for (const Command &command : std::exchange(queue_, {}))
+    dropped = std::exchange(queue_, {});
+    for (const Command &command : dropped)
       if (command.waiter)
         finish(*command.waiter, nullptr);
   }
+  // Without the lock: whatever is freed here may call anything.
+  for (const Command &command : dropped)
+    if (command.drop)
+      command.drop(command.data);
   // Without the lock: gives the GSource's reference back.
   g_source_destroy(source_.get());
 }

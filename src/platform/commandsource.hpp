@@ -20,7 +20,9 @@ struct CommandSource final {
  public:
   static CommandSource *attach(GMainContext *context, gpointer user_data);
 
-  void run_async(CommandSourceFunction function, gpointer data);
+  // A command that will never run, because the source is closed before its turn, has its data
+  // dropped instead.
+  void run_async(CommandSourceFunction function, gpointer data, GDestroyNotify drop = nullptr);
   gpointer run(CommandSourceQuery query, gpointer data);
   // Drops what is queued and leaves the main loop; the owner's reference is gone afterwards.
   void close();
@@ -45,6 +47,7 @@ struct CommandSource final {
     CommandSourceFunction function;
     Waiter *waiter;
     gpointer data;
+    GDestroyNotify drop; // may be nullptr
   };
 
   class Running;

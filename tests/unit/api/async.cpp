@@ -170,6 +170,35 @@ TEST_F(AsyncProducers, ACommandOfACommandComesAfterThoseThatWait) {
   producer = NULL;
 }
 
+TEST_F(AsyncProducers, FreedTheOtherWayDropsWhatIsNotDoneYet) {
+  iterate_pending();
+  const guint32 id =
+      async_producer_declare(producer, text_property().get(), NULL, NULL, NULL, NULL);
+  iterate_pending();
+  const TestEvent event{async_producer_prepare_event(producer, id)};
+  // Of each only the first half comes before the end; with it goes what the second half holds.
+  async_producer_declare(producer, text_declaration().get(), Told::id_alone, NULL, &told, NULL);
+  async_producer_send_event(producer, event.get(), note_send, &told);
+  async_producer_undeclare(producer, id, Told::id_and_error, &told);
+  async_producer_undeclare(producer, 9, Told::id_and_error, &told);
+  event_producer_free(std::exchange(producer, nullptr));
+  iterate_pending();
+  EXPECT_EQ(told.lines, Lines{setup_failed});
+}
+
+TEST_F(AsyncConsumers, FreedTheOtherWayDropsWhatIsNotDoneYet) {
+  const guint32 token = async_consumer_subscribe(consumer, expression.get(), NULL, drop_event, NULL,
+                                                 NULL, SUBSCRIPTION_TYPE_NORMAL, NULL);
+  iterate_pending();
+  async_consumer_subscribe(consumer, expression.get(), Told::id_alone, drop_event, NULL, &told,
+                           SUBSCRIPTION_TYPE_NORMAL, NULL);
+  async_consumer_unsubscribe(consumer, token, Told::id_and_error, &told);
+  async_consumer_refresh(consumer, 8, Told::id_and_error, &told);
+  event_consumer_free(std::exchange(consumer, nullptr));
+  iterate_pending();
+  EXPECT_EQ(told.lines, Lines{setup_failed});
+}
+
 TEST_F(AsyncConsumers, SetupRunsAsACommand) {
   EXPECT_EQ(told.lines, Lines{});
   iterate_pending();

@@ -1,8 +1,7 @@
 // Commands: their order, their thread, and the ends of their sources.
+#include "commandsource.hpp"
 #include "logcapture.hpp"
 #include "mainloop.hpp"
-
-#include <varro2/commandsource.h>
 
 #include <gtest/gtest.h>
 
@@ -413,6 +412,43 @@ TEST_F(Commands, AfterTheOneThatFreesAreDropped) {
       source, [](gpointer, gpointer) { ++runs; }, nullptr);
   iterate_pending();
   EXPECT_EQ(runs, 0);
+}
+
+TEST(CommandSource, DropsTheDataOfWhatNeverRuns) {
+  CommandSource *source = command_source_new_full(nullptr, nullptr, 1, 0);
+  std::vector<int> ran;
+  std::vector<int> dropped;
+  struct Data {
+    int number;
+    CommandSource *source;
+    std::vector<int> *ran;
+    std::vector<int> *dropped;
+  };
+  const auto run = [](gpointer data, gpointer) noexcept {
+    const std::unique_ptr<Data> owned{static_cast<Data *>(data)};
+    owned->ran->push_back(owned->number);
+  };
+  const auto drop = [](gpointer data) noexcept {
+    const std::unique_ptr<Data> owned{static_cast<Data *>(data)};
+    owned->dropped->push_back(owned->number);
+    // It may call anything.
+    command_source_run_async(
+        owned->source, [](gpointer, gpointer) noexcept { ADD_FAILURE(); }, nullptr);
+  };
+  const auto queue_one = [&](int number) {
+    source->run_async(run, new Data{number, source, &ran, &dropped}, drop);
+  };
+  queue_one(1);
+  iterate_pending();
+  queue_one(2);
+  queue_one(3);
+  source->ref();
+  command_source_free(source);
+  queue_one(4);
+  source->unref();
+  iterate_pending();
+  EXPECT_EQ(ran, (std::vector<int>{1}));
+  EXPECT_EQ(dropped, (std::vector<int>{2, 3, 4}));
 }
 
 TEST(CommandSource, ReleasesAWaitingThreadWhenItIsFreed) {
