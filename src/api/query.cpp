@@ -37,7 +37,10 @@ struct QueryState {
 using QueryClass = ObjectClass<Query, QueryState>;
 using LockedQuery = Locked<Query, QueryState>;
 
+// An answer without a single byte is a list of nothing.
 GList *read_declarations(const guint8 *data, gsize length) {
+  if (length == 0)
+    return NULL;
   const BytesRef bytes = new_bytes();
   g_byte_array_append(bytes.get(), data, static_cast<guint>(length));
   guint32 indx = 0;
