@@ -1,0 +1,58 @@
+// Sends events of any shape: what is needed is declared on the way, once.
+#pragma once
+
+#include "eventfile.hpp"
+#include "session.hpp"
+
+#include <map>
+#include <string>
+
+namespace varro2::cli {
+
+class Publisher {
+ public:
+  // Declaring takes at most so many seconds each.
+  Publisher(Session &session, double patience);
+
+  // Returns when the switch has handed all subscriptions over. Throws Failure.
+  void prepare(const EventLine &event);
+  // Prepares, sets the values and hands the event over. Throws Failure.
+  void send(const EventLine &event);
+
+ private:
+  struct Declared {
+    guint32 local_id = 0;
+    bool complete = false;
+  };
+  Declared &declared_for(const EventLine &event);
+  void wait_for(const Declared &declared);
+
+  Session &session_;
+  double patience_;
+  std::map<std::string, Declared> declared_; // by shape; nodes stay where they are
+  Sender sender_;
+};
+
+// Iterates the main context until the condition holds; false when the time ran out or the session
+// was asked to quit.
+bool iterate_until(Session &session, double seconds, const std::function<bool()> &condition);
+
+// Lines of a descriptor, while the main context runs.
+class LineReader {
+ public:
+  explicit LineReader(int descriptor) : descriptor_{descriptor} {}
+  // Nothing at the end. Throws Failure.
+  std::optional<std::string> next(Session &session);
+  std::size_t line() const { return line_; }
+
+ private:
+  bool fill(Session &session);
+
+  int descriptor_;
+  std::string text_;
+  std::size_t begin_ = 0;
+  std::size_t line_ = 0;
+  bool ended_ = false;
+};
+
+} // namespace varro2::cli
