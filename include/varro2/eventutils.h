@@ -118,6 +118,18 @@ VARRO2_API gint32 watch_bus_driver(sd_bus *bus, BusWatcher *watcher) VARRO2_NOEX
  */
 VARRO2_API void event_utils_set_untrusted_peers(gboolean untrusted) VARRO2_NOEXCEPT;
 
+/** What has become of the calls to consumers and to the switch, over all handles of the process. */
+typedef struct {
+  guint64 answered;   /**< so many were answered, be it by an error */
+  guint64 dropped;    /**< so many were never made: their receiver left or left too much waiting */
+  guint64 unanswered; /**< so many are on the way now */
+  guint64 waiting;    /**< so many wait for others to be answered now */
+} SendCounters;
+
+/** Fills the counters in, each as it is at some moment during the call. From any thread.
+ * @param counters  must not be NULL */
+VARRO2_API void event_utils_get_send_counters(SendCounters *counters) VARRO2_NOEXCEPT;
+
 /** A key and the text of its value, handed along a registration. */
 typedef struct {
   char *key;   /**< owned */

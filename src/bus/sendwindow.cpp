@@ -2,6 +2,9 @@
 
 #include "buserrors.hpp"
 #include "log.hpp"
+#include "preconditions.hpp"
+
+#include <varro2/eventutils.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -9,6 +12,16 @@
 namespace varro2 {
 
 namespace {
+
+constinit SendTotals totals{};
+
+void add(std::atomic<std::uint64_t> &total, std::uint64_t count) {
+  total.fetch_add(count, std::memory_order_relaxed);
+}
+
+void subtract(std::atomic<std::uint64_t> &total, std::uint64_t count) {
+  total.fetch_sub(count, std::memory_order_relaxed);
+}
 
 // What an entry costs beside its payload, which others may share.
 constexpr std::size_t entry_overhead = sizeof(WindowCall);
@@ -50,6 +63,16 @@ void SendWindow::Ended::tell() {
 }
 
 SendWindow::SendWindow(sd_bus *bus, SendLimits limits) : bus_{bus}, limits_{limits} {}
+
+SendWindow::~SendWindow() {
+  subtract(totals.waiting, waiting_);
+  subtract(totals.unanswered, pending_.size());
+}
+
+void SendWindow::count_dropped(std::uint64_t count) {
+  dropped_ += count;
+  add(totals.dropped, count);
+}
 
 void SendWindow::send(const char *receiver, WindowCall call) {
   Queue &queue = queue_for(receiver);
@@ -118,10 +141,12 @@ int SendWindow::transmit(Queue &queue, WindowCall &call) {
   const int r = pending_.send(bus_, message.get(), std::move(handler));
   if (r < 0 && !unattended_)
     warn_of_refused_call(message.get(), r);
-  if (r >= 0)
+  if (r >= 0) {
     ++queue.unanswered;
-  else
-    ++dropped_;
+    add(totals.unanswered, 1);
+  } else {
+    count_dropped(1);
+  }
   return r;
 }
 
@@ -129,6 +154,7 @@ void SendWindow::enqueue(Queue &queue, WindowCall call) {
   queue.waiting_bytes += call.size;
   queue.waiting.push_back(std::move(call));
   ++waiting_;
+  add(totals.waiting, 1);
   end_of_line(queue);
 }
 
@@ -137,6 +163,7 @@ WindowCall SendWindow::take_first(Queue &queue) {
   queue.waiting.pop_front();
   queue.waiting_bytes -= call.size;
   --waiting_;
+  subtract(totals.waiting, 1);
   if (queue.waiting.empty())
     queue.dropped = 0;
   return call;
@@ -151,7 +178,7 @@ void SendWindow::drop_oldest(Queue &queue, Ended &ended) {
     ++count;
   }
   queue.dropped += count;
-  dropped_ += count;
+  count_dropped(count);
   if (first_of_episode && count > 0)
     VARRO2_WARNING("%sThe queue of %s is full: dropped %" G_GUINT64_FORMAT
                    " of its oldest calls, and will drop more while it does not answer",
@@ -161,7 +188,7 @@ void SendWindow::drop_oldest(Queue &queue, Ended &ended) {
 void SendWindow::drop_all(Queue &queue, CallEnd end, Ended &ended) {
   while (!queue.waiting.empty()) {
     ended.add(end, take_first(queue));
-    ++dropped_;
+    count_dropped(1);
   }
   if (queue.in_line) {
     line_.remove(&queue);
@@ -201,6 +228,8 @@ void SendWindow::release_if_done(Queue &queue) {
 
 int SendWindow::answered(Queue &queue, const CallCompletion &completion, sd_bus_message *answer) {
   ++answered_;
+  add(totals.answered, 1);
+  subtract(totals.unanswered, 1);
   --queue.unanswered;
   Ended ended;
   if (says_receiver_left(answer))
@@ -220,3 +249,14 @@ int SendWindow::answered(Queue &queue, const CallCompletion &completion, sd_bus_
 }
 
 } // namespace varro2
+
+void event_utils_get_send_counters(SendCounters *counters) noexcept {
+  VARRO2_EXPECT(counters != NULL);
+  const auto read = [](const std::atomic<std::uint64_t> &total) {
+    return guint64{total.load(std::memory_order_relaxed)};
+  };
+  *counters = {.answered = read(varro2::totals.answered),
+               .dropped = read(varro2::totals.dropped),
+               .unanswered = read(varro2::totals.unanswered),
+               .waiting = read(varro2::totals.waiting)};
+}

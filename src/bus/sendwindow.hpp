@@ -9,6 +9,7 @@
 #include "pendingcalls.hpp"
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <list>
@@ -48,6 +49,14 @@ WindowCall make_window_call(const BusMethod &method, const char *object, BytesRe
 // size is about that of the message.
 WindowCall make_window_call(MessageRef message, std::size_t size, CallCompletion completion = {});
 
+// What the windows of the process have in common to tell. Read from any thread.
+struct SendTotals {
+  std::atomic<std::uint64_t> answered;
+  std::atomic<std::uint64_t> dropped;
+  std::atomic<std::uint64_t> unanswered;
+  std::atomic<std::uint64_t> waiting;
+};
+
 struct SendLimits {
   unsigned unanswered_per_receiver = 8;
   unsigned unanswered = 96;
@@ -59,6 +68,7 @@ class SendWindow {
  public:
   // The connection outlives the window.
   explicit SendWindow(sd_bus *bus, SendLimits limits = {});
+  ~SendWindow();
   SendWindow(const SendWindow &) = delete;
   SendWindow &operator=(const SendWindow &) = delete;
 
@@ -120,6 +130,7 @@ class SendWindow {
   WindowCall take_first(Queue &queue);
   void release_if_done(Queue &queue);
   int answered(Queue &queue, const CallCompletion &completion, sd_bus_message *answer);
+  void count_dropped(std::uint64_t count);
   MessageRef message_of(const Queue &queue, const WindowCall &call) const;
 
   sd_bus *bus_;

@@ -15,15 +15,18 @@ namespace {
 
 constinit std::atomic<bool> untrusted{false};
 
-// The senders that were named last, by a number of 64 bits that stands for the bus name. Unique
-// names are not used again, and who comes back with a new one is named anew.
+// The senders that were named last, by a number of 64 bits that stands for bus and bus name. A bus
+// does not use a unique name again, and who comes back with a new one is named anew.
 class NamedSenders {
  public:
   // Whether it is the first time.
-  bool add(std::string_view name) {
+  bool add(const sd_id128_t &bus, std::string_view name) {
     guint64 code = 0xCBF29CE484222325;
+    const auto mix = [&code](guint8 byte) { code = (code ^ byte) * 0x100000001B3; };
+    for (const guint8 byte : bus.bytes)
+      mix(byte);
     for (const char character : name)
-      code = (code ^ static_cast<guint8>(character)) * 0x100000001B3;
+      mix(static_cast<guint8>(character));
     const std::scoped_lock lock{mutex_};
     for (const guint64 known : codes_)
       if (known == code)
@@ -75,7 +78,9 @@ void note_malformed_record(sd_bus_message *message) {
   const char *sender = sd_bus_message_get_sender(message);
   if (sender == nullptr)
     sender = "a peer without a name";
-  if (named_senders.add(sender))
+  sd_id128_t bus = SD_ID128_NULL;
+  sd_bus_get_bus_id(sd_bus_message_get_bus(message), &bus);
+  if (named_senders.add(bus, sender))
     VARRO2_WARNING("%sDropped a malformed record from %s", sender);
 }
 
