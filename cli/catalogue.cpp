@@ -118,7 +118,7 @@ Record require_type(const std::string &type) {
 }
 
 bool is_meant(const Record &record, const std::string &topic_or_id) {
-  if (topic_or_id == std::to_string(record.declaration_id))
+  if (record.declaration_id != 0 && topic_or_id == std::to_string(record.declaration_id))
     return true;
   for (const std::string &topic : {topic_of(record), plain_topic_of(record)})
     if (!topic_or_id.empty() && (topic == topic_or_id || topic.starts_with(topic_or_id + '/')))
@@ -137,6 +137,28 @@ std::optional<Record> ask_state(EventConsumer *consumer, const SubscribeExpressi
   if (code != nullptr)
     *code = owned ? owned->code : 0;
   return {};
+}
+
+void take_types(Record &state, const std::vector<Record> &declarations) {
+  const auto is_of = [&](const Record &declaration) {
+    return declaration.property && declaration.pairs.size() == state.pairs.size() &&
+           std::all_of(state.pairs.begin(), state.pairs.end(), [&](const Pair &pair) {
+             const Pair *declared = declaration.find(pair.key);
+             return declared != nullptr && (declared->open || declared->value == pair.value);
+           });
+  };
+  const auto found = std::find_if(declarations.begin(), declarations.end(), is_of);
+  if (found == declarations.end())
+    return;
+  state.declaration_id = found->declaration_id;
+  state.producer_id = found->producer_id;
+  for (Pair &pair : state.pairs) {
+    const Pair &declared = *found->find(pair.key);
+    const std::string value = pair.value;
+    pair = declared;
+    pair.value = value;
+    pair.open = false;
+  }
 }
 
 } // namespace varro2::cli

@@ -33,4 +33,7 @@ bool is_meant(const Record &record, const std::string &topic_or_id);
 std::optional<Record> ask_state(EventConsumer *consumer, const SubscribeExpression &expression,
                                 std::string *why, int *code = nullptr);
 
+// A property state knows texts only: takes value types and names from the declaration it is of.
+void take_types(Record &state, const std::vector<Record> &declarations);
+
 } // namespace varro2::cli

@@ -3,7 +3,6 @@
 
 #include "failure.hpp"
 #include "log.hpp"
-#include "text.hpp"
 
 #include <varro2/varro2.h>
 
@@ -14,20 +13,23 @@
 namespace varro2::cli {
 namespace {
 
-constexpr const char *exit_codes = R"(
-Exit codes: 0 done, 1 failed, 2 usage, 3 nothing found, 124 timed out.
+constexpr const char *exit_codes =
+    R"(Exit codes: 0 done, 1 failed, 2 usage, 3 nothing found, 124 timed out.
 The bus is the system bus, or the one that DBUS_SYSTEM_BUS_ADDRESS names.
 'varro2 COMMAND --help' tells about a command, 'man varro2' has examples.)";
 
 void add_general(CLI::App &app, Program &program) {
   app.require_subcommand(1);
   app.set_version_flag("--version", std::string{"varro2 "} + VARRO2_VERSION, "Print the version");
-  app.add_option("--color,--colour", program.colour, "auto (on a terminal), always or never")
-      ->transform(CLI::CheckedTransformer{
-          std::map<std::string, ColourChoice>{{"auto", ColourChoice::automatic},
-                                              {"always", ColourChoice::always},
-                                              {"never", ColourChoice::never}}}
-                      .description(""))
+  app.add_option_function<std::string>(
+         "--color,--colour",
+         [&program](const std::string &when) {
+           program.colour = when == "always"  ? ColourChoice::always
+                            : when == "never" ? ColourChoice::never
+                                              : ColourChoice::automatic;
+         },
+         "auto (on a terminal), always or never")
+      ->check(one_of({"auto", "always", "never"}))
       ->type_name("WHEN");
   app.add_flag("-v,--verbose", program.verbose, "Show what the library has to say");
   app.footer(exit_codes);
@@ -47,26 +49,6 @@ int usage_error(const CLI::App &app, const std::string &text) {
   std::fputs(("varro2" + command + ": " + text + "\nTry 'varro2" + command + " --help'.\n").c_str(),
              stderr);
   return exit_usage;
-}
-
-// The words of the parser in those of this program.
-std::string told(const CLI::App &app, const CLI::ParseError &error, int count, char **words) {
-  if (dynamic_cast<const CLI::RequiredError *>(&error) != nullptr &&
-      app.get_subcommands().empty()) {
-    if (count < 2 || words[count - 1][0] == '-')
-      return "which command?";
-  }
-  if (dynamic_cast<const CLI::ExtrasError *>(&error) != nullptr && app.get_subcommands().empty()) {
-    std::vector<std::string> commands;
-    for (const CLI::App *command : app.get_subcommands([](const CLI::App *) { return true; }))
-      commands.push_back(command->get_name());
-    for (const std::string &word : app.remaining(true)) {
-      const std::string meant = nearest(word, commands);
-      return "there is no " + std::string{word.starts_with('-') ? "option" : "command"} + " '" +
-             word + "'" + (meant.empty() ? "" : "; did you mean '" + meant + "'?");
-    }
-  }
-  return error.what();
 }
 
 int finish(Program &program, int code) {
@@ -96,6 +78,7 @@ int run(Program &program) {
 int parse_and_run(int count, char **words) {
   Program program;
   CLI::App app{"See, send, test and understand the events of this device.", "varro2"};
+  use_own_help(app);
   add_general(app, program);
   add_commands(app, program);
   try {

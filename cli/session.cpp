@@ -69,7 +69,7 @@ Session::Session() : loop_{g_main_loop_new(nullptr, FALSE)} {
     const OwnedError owned{error};
     g_main_loop_unref(loop_);
     throw Failure{"no message bus at " + bus_address() +
-                  (owned ? std::string{": "} + owned->message : "")};
+                  (owned ? std::string{": "} + g_strerror(-owned->code) : "")};
   }
   subscribe();
 }

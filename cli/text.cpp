@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <numeric>
 #include <utility>
 
 namespace varro2::cli {
@@ -103,19 +104,27 @@ bool is_real(std::string_view text) {
   return failure == std::errc{} && stop == end && std::isfinite(number);
 }
 
+// The usual table, of which three lines are needed at a time: two neighbours that changed places
+// are one change.
 std::size_t distance(std::string_view one, std::string_view other) {
+  std::vector<std::size_t> before(other.size() + 1);
+  std::vector<std::size_t> last(other.size() + 1);
   std::vector<std::size_t> row(other.size() + 1);
-  for (std::size_t column = 0; column < row.size(); ++column)
-    row[column] = column;
+  std::iota(last.begin(), last.end(), std::size_t{0});
   for (std::size_t line = 1; line <= one.size(); ++line) {
-    std::size_t diagonal = std::exchange(row[0], line);
+    row[0] = line;
     for (std::size_t column = 1; column < row.size(); ++column) {
-      const std::size_t replaced = diagonal + (one[line - 1] != other[column - 1]);
-      diagonal =
-          std::exchange(row[column], std::min({replaced, row[column] + 1, row[column - 1] + 1}));
+      const bool differ = one[line - 1] != other[column - 1];
+      row[column] =
+          std::min({last[column - 1] + (differ ? 1 : 0), last[column] + 1, row[column - 1] + 1});
+      if (line > 1 && column > 1 && one[line - 1] == other[column - 2] &&
+          one[line - 2] == other[column - 1])
+        row[column] = std::min(row[column], before[column - 2] + 1);
     }
+    std::swap(before, last);
+    std::swap(last, row);
   }
-  return row.back();
+  return last.back();
 }
 
 std::string nearest(std::string_view word, const std::vector<std::string> &candidates) {

@@ -27,7 +27,8 @@ std::string plural(std::size_t count, std::string_view singular); // "1 event", 
 bool is_integer(std::string_view text);
 bool is_real(std::string_view text);
 
-// How many single-character changes lie between two words.
+// How many changes lie between two words: a character more, less or other, or two that changed
+// places.
 std::size_t distance(std::string_view one, std::string_view other);
 // The candidate that was probably meant, or nothing.
 std::string nearest(std::string_view word, const std::vector<std::string> &candidates);

@@ -104,7 +104,7 @@ void add_add_type(CLI::App &app, Program &program) {
   command->add_option("NAME", arguments->name, "What producers will register")->required();
   command->add_option("FILE", arguments->file, "The declaration as XML; '-': standard input")
       ->required();
-  command->footer("\nThe file is checked as by varro2 lint first. A type that is there is not\n"
+  command->footer("The file is checked as by varro2 lint first. A type that is there is not\n"
                   "replaced: varro2 remove-type it before.\n"
                   "  varro2 add-type machine-cpu machine-cpu.xml");
   command->callback(
@@ -116,7 +116,7 @@ void add_remove_type(CLI::App &app, Program &program) {
   CLI::App *command =
       app.add_subcommand("remove-type", "Have the switch forget a declaration type");
   command->add_option("NAME", arguments->name, "Which")->required();
-  command->footer("\nOnly types that were added can be removed, not those of the system.");
+  command->footer("Only types that were added can be removed, not those of the system.");
   command->callback(
       [&program, arguments] { program.command = [arguments] { return remove_type(*arguments); }; });
 }

@@ -6,6 +6,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include <string>
+#include <vector>
+
 namespace varro2::cli {
 
 void add_list(CLI::App &app, Program &program);
@@ -26,31 +29,18 @@ void add_convert(CLI::App &app, Program &program);
 void add_status(CLI::App &app, Program &program);
 void add_complete(CLI::App &app, Program &program); // for the shells' completions
 
-// A number of seconds, fractions allowed, from 0.
-inline CLI::Validator seconds() {
-  return CLI::Validator{[](std::string &text) {
-                          double number = 0;
-                          if (!CLI::detail::lexical_cast(text, number) || !(number >= 0) ||
-                              number > 4e6)
-                            return "'" + text + "' is no number of seconds";
-                          return std::string{};
-                        },
-                        ""};
-}
+// Checks of arguments. Each tells what is wrong with one.
+CLI::Validator seconds();       // from 0, fractions allowed
+CLI::Validator count();         // whole, from 1
+CLI::Validator number_from_0(); // fractions allowed
+CLI::Validator number_above_0();
+CLI::Validator one_of(std::vector<std::string> words);
 
-inline CLI::Validator count() {
-  return CLI::Validator{[](std::string &text) {
-                          unsigned long long number = 0;
-                          if (text.starts_with('-') || !CLI::detail::lexical_cast(text, number) ||
-                              number == 0)
-                            return "'" + text + "' is no number from 1";
-                          return std::string{};
-                        },
-                        ""};
-}
+// The help and the mistakes in this program's words.
+void use_own_help(CLI::App &app);
+std::string told(const CLI::App &app, const CLI::ParseError &error, int count, char **words);
 
-inline constexpr const char *expression_help = R"(
-An expression is made of tests:
+inline constexpr const char *expression_help = R"(An expression is made of tests:
   KEY          it is there               !KEY         it is not there
   KEY=VALUE    it has this value         KEY!=VALUE   it has another, or is not there
   *=VALUE      any key has this value    *!=VALUE     no key has this value

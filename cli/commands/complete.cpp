@@ -9,6 +9,7 @@
 
 #include <unistd.h>
 
+#include <csignal>
 #include <set>
 
 namespace varro2::cli {
@@ -58,6 +59,7 @@ std::set<std::string> words_for(const Arguments &arguments) {
 }
 
 int complete(Program &program, const Arguments &arguments) {
+  std::signal(SIGALRM, [](int) { _exit(exit_done); });
   alarm(patience);
   const QuietLog log;
   try {
@@ -77,7 +79,7 @@ void add_complete(CLI::App &app, Program &program) {
   command->group("");
   command->add_option("WHAT", arguments->what, "types, topics, keys, tests or open-keys")
       ->required()
-      ->check(CLI::IsMember({"types", "topics", "keys", "tests", "open-keys"}));
+      ->check(one_of({"types", "topics", "keys", "tests", "open-keys"}));
   command->add_option("TYPE", arguments->type, "With open-keys");
   command->callback([&program, arguments] {
     program.command = [&program, arguments] { return complete(program, *arguments); };

@@ -46,8 +46,8 @@ class Describer {
     if (record.declaration_id != 0)
       facts.push_back("declaration " + std::to_string(record.declaration_id) + " of producer " +
                       std::to_string(record.producer_id));
-    if (!type.empty())
-      facts.push_back("type " + type);
+    if (record.declaration_id == 0)
+      facts.push_back(type.empty() ? "declaration type" : "declaration type " + printable(type));
     if (record.property)
       facts.push_back(style.cyan("property"));
     if (record.internal)
@@ -103,6 +103,8 @@ class Description {
       if (!asker_)
         asker_ = std::make_unique<Subscriber>(session);
       now = ask_state(asker_->get(), *build(expression_for(record)), &why);
+      if (now)
+        take_types(*now, {record});
     }
     if (arguments_.json) {
       const OwnedJson json = to_json(record);
@@ -147,10 +149,11 @@ int describe(Program &program, const Arguments &arguments) {
     if (is_meant(record, arguments.what))
       any = description.add(session, record);
   for (const DeclaredType &type : ask_types())
-    if (!type.name.empty() && type.name == arguments.what)
+    if (type.name == arguments.what || is_meant(type.record, arguments.what))
       any = description.add(session, type.record, type.name);
   if (!any)
-    throw Failure{"'" + arguments.what + "' is neither a topic, an id nor a type that is known" +
+    throw Failure{"'" + printable(arguments.what) +
+                      "' is neither a topic, an id nor a type that is known" +
                       hint(arguments.what, records),
                   exit_nothing};
   return exit_done;
@@ -167,7 +170,7 @@ void add_describe(CLI::App &app, Program &program) {
                    "A topic or the beginning of one, the id of a declaration, or a type")
       ->required();
   command->add_flag("--json", arguments->json, "One object a line");
-  command->footer("\nFor a property also its present state, asked of its producer.\n"
+  command->footer("For a property also its present state, asked of its producer.\n"
                   "  varro2 describe tns1:Monitoring/FileSystem\n"
                   "  varro2 describe 7");
   command->callback([&program, arguments] {

@@ -191,8 +191,8 @@ void add_explain(CLI::App &app, Program &program) {
   command->add_flag("--live", arguments->live,
                     "Also which declarations on the bus could have events that fit");
   command->add_flag("--json", arguments->json, "One object a line");
-  command->footer(R"(
-Ends with 3 when an event would not be delivered. Without FILE and --live it shows
+  command->footer(
+      R"(Ends with 3 when an event would not be delivered. Without FILE and --live it shows
 what the expression comes to.
   varro2 explain 'port=1 | port=2' event.json
   echo '{"port":3}' | varro2 explain 'port=1 | port=2' -)");

@@ -288,8 +288,8 @@ void add_lint(CLI::App &app, Program &program) {
   command->add_option("FILE", arguments->files, "XML files; '-': standard input")->required();
   command->add_flag("--json", arguments->json, "One object a line");
   command->add_flag("--strict", arguments->strict, "Fail on warnings too");
-  command->footer(R"(
-Each mistake with file, line, column and what is allowed. Errors are what the library
+  command->footer(
+      R"(Each mistake with file, line, column and what is allowed. Errors are what the library
 refuses; warnings are what it reads but probably not as it was meant. Ends with 1 when
 there are errors.
   varro2 lint data/declarations.d/*.xml)");
@@ -305,12 +305,11 @@ void add_convert(CLI::App &app, Program &program) {
   command->add_option("FILE", arguments->file, "XML, JSON or a binary record; '-': standard input")
       ->required();
   command->add_option("--to", arguments->to, "xml, binary, json or dump, to be read (dump)")
-      ->check(CLI::IsMember({"xml", "binary", "json", "dump"}).description(""))
+      ->check(one_of({"xml", "binary", "json", "dump"}))
       ->type_name("FORM");
   command->add_option("-o,--output", arguments->output, "Instead of the standard output")
       ->type_name("FILE");
-  command->footer(R"(
-What FILE holds is seen from its first byte.
+  command->footer(R"(What FILE holds is seen from its first byte.
   varro2 convert machine-cpu.xml --to binary --output machine-cpu.bin
   varro2 convert machine-cpu.bin)");
   command->callback([&program, arguments] {

@@ -118,7 +118,7 @@ void add_types(CLI::App &app, Program &program) {
   auto arguments = std::make_shared<Arguments>();
   CLI::App *command = app.add_subcommand("types", "Show the declaration types");
   command->add_flag("--json", arguments->json, "One object a line");
-  command->footer("\nA type is a declaration that producers register by its name (varro2 send).\n"
+  command->footer("A type is a declaration that producers register by its name (varro2 send).\n"
                   "The name is that of the file that holds it; '-' when it is in neither of\n"
                   "/usr/share/event/declarations.d and /etc/event_switch/declarations.d here.");
   command->callback([&program, arguments] {

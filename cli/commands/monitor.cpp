@@ -19,6 +19,7 @@ struct Arguments {
   bool notifications = false;
   std::uint64_t count = 0; // 0: no end
   double timeout = -1;
+  int interrupted = exit_done; // the code on Ctrl-C
 };
 
 void say_switch_state(bool there) {
@@ -37,7 +38,7 @@ class Monitor {
   int run() {
     session_.require_switch();
     session_.on_switch(say_switch_state);
-    session_.quit_on_signals(exit_done);
+    session_.quit_on_signals(arguments_.interrupted);
     session_.quit_after(arguments_.timeout, exit_timed_out);
     out_.on_closed([this] { session_.quit(exit_done); });
     Subscriber subscriber{session_};
@@ -114,17 +115,19 @@ In a template {NAME} is the value of that key, or one of {topic} {time} {monoton
 void add_wait(CLI::App &app, Program &program) {
   auto arguments = std::make_shared<Arguments>();
   arguments->count = 1;
+  arguments->interrupted = exit_interrupted;
   CLI::App *command = app.add_subcommand("wait", "Wait for the first event that fits");
   command->add_option("EXPRESSION", arguments->expression, "Which events")->required();
   add_arguments(*command, arguments);
-  command->footer(R"(
-Ends with 0 once the event has been shown, with 124 when the time ran out. The
+  command->footer(R"(Ends with 0 once the event has been shown, with 124 when the time ran out. The
 present state of a property counts as an event. See varro2 monitor --help for
 expressions and formats.
   varro2 wait 'topic1=NetworkLink & interface=eth0 & up=1' --timeout 30)");
   command->callback([&program, arguments] {
     program.command = [&program, arguments] {
       const int code = Monitor{program, *arguments}.run();
+      if (code == exit_timed_out)
+        note("no such event came in time");
       return code;
     };
   });

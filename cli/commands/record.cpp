@@ -164,8 +164,8 @@ void add_record(CLI::App &app, Program &program) {
       ->check(seconds())
       ->type_name("SECONDS");
   command->add_flag("--force", arguments->force, "Write over a file that is there");
-  command->footer(R"(
-Ends on Ctrl-C. The lines are those of varro2 monitor --json, with the moment of
+  command->footer(
+      R"(Ends on Ctrl-C. The lines are those of varro2 monitor --json, with the moment of
 arrival; varro2 replay sends them again.
   varro2 record io.jsonl topic1=IO --timeout 60)");
   command->callback(
@@ -178,13 +178,13 @@ void add_replay(CLI::App &app, Program &program) {
   command->add_option("FILE", arguments->file, "As varro2 record wrote it; '-': standard input")
       ->required();
   command->add_option("--speed", arguments->speed, "So many times as fast (1); 0: no pauses")
-      ->check(CLI::NonNegativeNumber)
+      ->check(number_from_0())
       ->type_name("X");
   command->add_option("--timeout", arguments->timeout, "For each declaration (10)")
       ->check(seconds())
       ->type_name("SECONDS");
-  command->footer(R"(
-Everything is declared before the first event is sent. Events get the time at which
+  command->footer(
+      R"(Everything is declared before the first event is sent. Events get the time at which
 they are sent now; the declarations are gone when the last one has been taken.
   varro2 replay io.jsonl --speed 10)");
   command->callback(

@@ -221,10 +221,10 @@ void add_send(CLI::App &app, Program &program) {
       ->check(seconds())
       ->type_name("SECONDS");
   command->add_option("--rate", arguments->rate, "With --from: at most so many a second (5000)")
-      ->check(CLI::PositiveNumber)
+      ->check(number_above_0())
       ->type_name("N");
-  command->footer(R"(
-Declares, waits until the switch has named all subscribers, sends, and ends when they
+  command->footer(
+      R"(Declares, waits until the switch has named all subscribers, sends, and ends when they
 have the event. A property is gone with its producer: --hold keeps it.
 An object is {"type":"T","values":{...}}, what varro2 monitor --json prints, or just
 keys and values.

@@ -24,10 +24,11 @@ int state(Program &program, const Arguments &arguments) {
   Subscriber asker{session};
   std::string why;
   int code = 0;
-  const std::optional<Record> record = ask_state(asker.get(), *build(expression), &why, &code);
+  std::optional<Record> record = ask_state(asker.get(), *build(expression), &why, &code);
   if (!record)
     throw Failure{"no state: " + why,
                   code == EVENT_ERROR_LOOKING_UP_PROP_STATE ? exit_nothing : exit_failed};
+  take_types(*record, ask_declarations());
   if (arguments.json) {
     program.out.line(dump(to_json(*record).get()));
     return exit_done;
@@ -49,8 +50,8 @@ void add_state(CLI::App &app, Program &program) {
   CLI::App *command = app.add_subcommand("state", "Show the present state of a property");
   command->add_option("EXPRESSION", arguments->expression, "Which property")->required();
   command->add_flag("--json", arguments->json, "As one object");
-  command->footer(R"(
-Where several properties fit, the first that tells its state is shown. Ends with 3
+  command->footer(
+      R"(Where several properties fit, the first that tells its state is shown. Ends with 3
 when none fits or none knows its state. See varro2 monitor --help for expressions.
   varro2 state 'topic1=NetworkLink & interface=eth0')");
   command->callback([&program, arguments] {

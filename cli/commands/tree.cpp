@@ -168,7 +168,7 @@ void add_tree(CLI::App &app, Program &program) {
   CLI::App *command = app.add_subcommand("tree", "Show the topics as a tree");
   command->add_flag("--types", arguments->types, "Of the declaration types instead");
   command->add_flag("--json", arguments->json, "One object a line, one line for each first level");
-  command->footer("\nUnder each topic stand the declarations that end there, with their keys.\n"
+  command->footer("Under each topic stand the declarations that end there, with their keys.\n"
                   "Declarations without a topic are internal: varro2 list shows them too.");
   command->callback([&program, arguments] {
     program.command = [&program, arguments] { return tree(program, *arguments); };
