@@ -1,8 +1,10 @@
 #include "service.hpp"
 
+#include <systemd/sd-daemon.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <ctime>
 #include <string_view>
 
 namespace varro2::switchd {
@@ -10,6 +12,8 @@ namespace {
 
 constexpr const char *object_path = "/com/quor/Event/Switch";
 constexpr std::string_view bus_driver = "org.freedesktop.DBus";
+
+constexpr std::uint64_t status_delay = 1'000'000; // microseconds
 
 struct ListedDeclarations {
   void add(EventDeclaration *declaration) { list = g_list_prepend(list, declaration); }
@@ -141,6 +145,24 @@ void Service::drop_client(const std::string &bus_name) {
   for (const Address &producer : registry_.producers_on(bus_name))
     drop_producer(producer);
   quotas_.forget_client(bus_name);
+}
+
+void Service::note_change() {
+  if (status_timer_)
+    return;
+  sd_event_source *timer = nullptr;
+  sd_event_add_time_relative(loop_, &timer, CLOCK_MONOTONIC, status_delay, 0, tell_status, this);
+  status_timer_.reset(timer);
+}
+
+int Service::tell_status(sd_event_source *, std::uint64_t, void *self) noexcept {
+  auto &service = *static_cast<Service *>(self);
+  service.status_timer_.reset();
+  const Registry &registry = service.registry_;
+  sd_notifyf(0, "STATUS=Serving %zu declarations of %zu producers, and %zu subscriptions",
+             registry.declarations().size(), registry.producers().size(),
+             registry.subscriptions().size());
+  return 0;
 }
 
 std::optional<Charge> Service::admit(sd_bus_message *call, const Holding &amount,

@@ -83,6 +83,10 @@ class Service {
   void cancel(std::uint32_t subscription_id, const std::string &gone = {});
   void drop_client(const std::string &bus_name);
 
+  // Has the service manager told, soon and once for many changes, how much is declared.
+  void note_change();
+  static int tell_status(sd_event_source *timer, std::uint64_t now, void *self) noexcept;
+
   sd_event *loop_;
   sd_bus *bus_;
   Types types_;
@@ -90,6 +94,7 @@ class Service {
   Quotas quotas_;
   Clients clients_;
   Lookups lookups_;
+  Timer status_timer_; // none while nothing has changed
 };
 
 } // namespace varro2::switchd

@@ -52,6 +52,7 @@ int Service::subscribe(sd_bus_message *call, sd_bus_error *error) {
       registry_.subscribe(consumer, name, token,
                           OwnedExpression{subscribe_expression_deserialize(bytes.get())}, *charge);
   quotas_.take(*charge);
+  note_change();
   g_info("'%s' (%s%s) subscribed %u", name, consumer.bus_name.c_str(), path, added.id);
   const BytesRef expression = serialize(*added.expression);
   for (const std::uint32_t global_id : added.declarations) {
@@ -65,6 +66,7 @@ int Service::subscribe(sd_bus_message *call, sd_bus_error *error) {
 void Service::cancel(std::uint32_t subscription_id, const std::string &gone) {
   const Subscription removed = registry_.remove_subscription(subscription_id);
   quotas_.give_back(removed.charge);
+  note_change();
   g_info("%s%s ended the subscription %u", removed.consumer.bus_name.c_str(),
          removed.consumer.path.c_str(), subscription_id);
   for (const std::uint32_t global_id : removed.declarations) {

@@ -79,6 +79,7 @@ void Service::add(const Address &producer, const char *name, OwnedDeclaration de
 
   const Declaration &added = registry_.declare(producer, name, std::move(declaration), charge);
   quotas_.take(charge);
+  note_change();
   g_info("'%s' (%s%s) declared %u", name, producer.bus_name.c_str(), producer.path.c_str(),
          added.global_id);
   clients_.global_declare_id(added);
@@ -104,6 +105,7 @@ int Service::undeclare(sd_bus_message *call, sd_bus_error *error) {
 void Service::withdraw(std::uint32_t global_id, ProducerIs producer_is) {
   const Declaration removed = registry_.remove_declaration(global_id);
   quotas_.give_back(removed.charge);
+  note_change();
   g_info("%s%s withdrew the declaration %u", removed.producer.bus_name.c_str(),
          removed.producer.path.c_str(), global_id);
   for (const std::uint32_t id : removed.subscriptions) {
