@@ -86,7 +86,9 @@ void ProducerState::receive_subscribe(const GByteArray &bytes, guint32 local_id)
     return;
   const bool had_counted = data->subscribers.any_counted();
   const guint32 id =
-      data->subscribers.add(OwnedExpression{subscribe_expression_deserialize(&bytes)}).id();
+      data->subscribers
+          .add(OwnedExpression{subscribe_expression_deserialize(&bytes)}, data->declaration.get())
+          .id();
   if (!had_counted && data->subscribers.any_counted())
     report_subscribers();
   receive_refresh(id, local_id); // looks the declaration up again: the report may have released it

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "owning.hpp"
+#include "subscriberindex.hpp"
 
 #include <varro2/event.h>
 #include <varro2/subscribeexpression.h>
@@ -17,7 +18,8 @@ using OwnedExpression = Owned<SubscribeExpression, subscribe_expression_free>;
 // One subscription. The expression carries its id and its address.
 class Subscriber {
  public:
-  explicit Subscriber(OwnedExpression expression) noexcept : expression_{std::move(expression)} {}
+  Subscriber(OwnedExpression expression, std::uint64_t arrival) noexcept
+      : expression_{std::move(expression)}, arrival_{arrival} {}
 
   guint32 id() const noexcept { return subscribe_expression_get_id(expression_.get()); }
   guint32 token() const noexcept {
@@ -35,13 +37,23 @@ class Subscriber {
     return event_contains(&event, expression_.get());
   }
 
+  const Inspectable &inspectable() const noexcept {
+    return *subscribe_expression_get_inspectable(expression_.get());
+  }
+  // Those that came later have a higher one.
+  std::uint64_t arrival() const noexcept { return arrival_; }
+
+  SubscriberIndex::Places places; // the index's own
+
  private:
   OwnedExpression expression_;
+  std::uint64_t arrival_;
 };
 
 class Subscribers {
  public:
-  const Subscriber &add(OwnedExpression expression);
+  // The declaration that is subscribed to, if given, makes the search quicker.
+  const Subscriber &add(OwnedExpression expression, const EventDeclaration *declaration = nullptr);
 
   // Takes the first one with the id out. Whether there was one.
   bool remove(guint32 id);
@@ -60,6 +72,8 @@ class Subscribers {
 
   List subscribers_;
   std::unordered_map<guint32, List::iterator> first_by_id_;
+  SubscriberIndex index_;
+  std::uint64_t arrivals_ = 0;
   std::size_t counted_ = 0;
 };
 

@@ -1,0 +1,91 @@
+// Finds the subscribers that can want an event, without asking each.
+//
+// Every and-list of an expression hangs on one test that must hold for it to fit: on the equality
+// test ("this key has this value") that fewest others hang on; without one on "this key is there",
+// then on "some key has this value". What has no such test is always asked. Nothing is decided
+// here: whoever is found must still be asked.
+#pragma once
+
+#include <varro2/event.h>
+#include <varro2/eventdeclaration.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+struct Inspectable;
+
+namespace varro2 {
+
+class Subscriber;
+struct AndList;
+
+class SubscriberIndex {
+  struct TestView {
+    GQuark key; // 0: any
+    bool any_value;
+    std::string_view value;
+
+    bool operator==(const TestView &) const = default;
+  };
+  struct Test {
+    GQuark key;
+    bool any_value;
+    std::string value;
+
+    operator TestView() const noexcept { return {key, any_value, value}; }
+  };
+  struct Hash {
+    using is_transparent = void;
+    std::size_t operator()(const TestView &test) const noexcept {
+      return std::hash<std::string_view>{}(test.value) ^
+             (test.key * std::size_t{0x9E3779B97F4A7C15});
+    }
+  };
+  struct Equal {
+    using is_transparent = void;
+    bool operator()(const TestView &test1, const TestView &test2) const noexcept {
+      return test1 == test2;
+    }
+  };
+  struct Hanging {
+    Subscriber *subscriber;
+    std::size_t place; // in the subscriber's list
+  };
+  using Tests = std::unordered_map<Test, std::vector<Hanging>, Hash, Equal>;
+
+ public:
+  // Where an and-list of a subscriber hangs.
+  struct Place {
+    Tests::value_type *test;
+    std::size_t position;
+  };
+  using Places = std::vector<Place>;
+
+  // The declaration, if given, tells which values are the same in every event and so select badly.
+  void add(Subscriber &subscriber, const EventDeclaration *declaration);
+  void remove(Subscriber &subscriber);
+  void clear() noexcept;
+
+  // Adds those that can want the event, in no order and maybe more than once. False when the event
+  // cannot be looked up: it has open values, negated ones or more than one and-list.
+  bool collect(const Event &event, std::vector<const Subscriber *> &found) const;
+
+ private:
+  TestView choose(const AndList &tests, const Inspectable *declared) const;
+  std::size_t hanging_on(const TestView &test) const;
+  void look_up(const TestView &test, std::vector<const Subscriber *> &found) const;
+  std::size_t &count_of(const TestView &test) noexcept;
+
+  Tests tests_;
+  // How many and-lists hang on a test of each kind: what nobody asks for is not looked up.
+  std::size_t equalities_ = 0;
+  std::size_t presences_ = 0;
+  std::size_t any_keys_ = 0;
+  std::size_t unconditional_ = 0;
+};
+
+} // namespace varro2
