@@ -40,7 +40,7 @@ gint32 connect_to_bus_and_attach_events(GSource **source, sd_bus **bus, GError *
   r = sd_bus_error_add_map(event_error_map);
   if (r < 0)
     return fail(error, r, "Failed to register event errors to sd-bus");
-  const auto attached = SourceRef::adopt(bus_source_new(loop.get()));
+  const auto attached = SourceRef::adopt(bus_source_new(loop.get(), *bus));
   g_source_attach(attached.get(), nullptr);
   *source = attached.get();
   return r;

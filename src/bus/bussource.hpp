@@ -2,11 +2,13 @@
 #pragma once
 
 #include <glib.h>
+#include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 
 namespace varro2 {
 
-// Not attached yet; the caller owns the reference. The source takes its own reference on the loop.
-GSource *bus_source_new(sd_event *event);
+// Not attached yet; the caller owns the reference. The source takes its own references on the loop
+// and on the connection that it is for.
+GSource *bus_source_new(sd_event *event, sd_bus *bus);
 
 } // namespace varro2
