@@ -1,6 +1,7 @@
 // Declaring an event by the name of its type.
 #include "eventproducer.hpp"
 
+#include "eventdeclaration.hpp"
 #include "failure.hpp"
 #include "preconditions.hpp"
 
@@ -10,8 +11,6 @@
 using namespace varro2;
 
 namespace {
-
-constexpr const char *property_tag = "property-state";
 
 using OwnedRaw = Owned<GList, inspectable_free_raw>;
 using OwnedKeyValue = Owned<KeyValue, key_value_free>;
@@ -93,7 +92,7 @@ OwnedError Registration::read_template() {
     VARRO2_ASSERT_AS("event_producer_int_register_list", "kv->key != NULL", kv->key != nullptr);
     if (!kv->value)
       open_keys_.emplace(kv->key);
-    if (g_list_find_custom(kv->tags, property_tag, reinterpret_cast<GCompareFunc>(g_strcmp0)))
+    if (g_list_find_custom(kv->tags, property_state_tag, reinterpret_cast<GCompareFunc>(g_strcmp0)))
       if (OwnedError error = note_property_key(kv->key))
         return error;
   }

@@ -219,6 +219,51 @@ TEST_F(Types, KeyThatIsNotOpenIsUnknown) {
   EXPECT_FALSE(declaration);
 }
 
+TEST_F(Types, KeyThatTheTemplateLeavesEmptyIsNotOpen) {
+  write("Empty", std::string{topic} + R"(<keyvalue key="comment" value=""/>)");
+  EXPECT_EQ(build_with("Empty", "comment", "x", VALUE_TYPE_STRING),
+            registration_failure(15, "Got unknown key 'comment' to declaration Empty"));
+  EXPECT_EQ(build_with("Empty"), no_failure);
+  EXPECT_FALSE(pair("comment")->value_wildcard);
+}
+
+TEST_F(Types, FilledKeyIsOfTheTypeOfItsValue) {
+  EXPECT_EQ(build_with("Plain", "open", &half, VALUE_TYPE_DOUBLE), no_failure);
+  EXPECT_STREQ(pair("open")->value, "0.500000");
+  EXPECT_EQ(pair("open")->value_type, guint32{VALUE_TYPE_DOUBLE});
+  EXPECT_EQ(pair("other")->value_type, guint32{VALUE_TYPE_STRING});
+}
+
+TEST_F(Types, KeyIsLookedAtBeforeWhatIsLeftOpen) {
+  EXPECT_EQ(build_with("State", "nothing", "x", VALUE_TYPE_STRING),
+            registration_failure(15, "Got unknown key 'nothing' to declaration State"));
+  write("TwoAndMore", topic + open_key(R"(key="a")", property) + open_key(R"(key="b")", property));
+  EXPECT_EQ(build_with("TwoAndMore", "nothing", "x", VALUE_TYPE_STRING),
+            registration_failure(14, "Got multiple property state tags: key 'b' and 'a' to "
+                                     "declaration TwoAndMore"));
+}
+
+TEST_F(Types, PropertyKeysAreComparedWhetherOpenOrNot) {
+  write("Mixed", topic + std::string{R"(<keyvalue key="fixed" value="1">)"} + property +
+                     "</keyvalue>" + open_key(R"(key="b")", property));
+  EXPECT_EQ(build_with("Mixed", "b", "x", VALUE_TYPE_STRING),
+            registration_failure(14, "Got multiple property state tags: key 'b' and 'fixed' to "
+                                     "declaration Mixed"));
+}
+
+TEST_F(Types, TemplateOfTagsAloneHasNothingToFill) {
+  write("Tags", "", R"( internal="true")");
+  EXPECT_EQ(build_with("Tags"), no_failure);
+  EXPECT_EQ(build_with("Tags", "a", "x", VALUE_TYPE_STRING),
+            registration_failure(15, "Got unknown key 'a' to declaration Tags"));
+}
+
+TEST_F(Types, TemplateThatNamesNoKeyAborts) {
+  write("Any", std::string{topic} + R"(<keyvalue key-wildcard="true" value="x"/>)");
+  EXPECT_DEATH(build_with("Any"),
+               "event_producer_int_register_list: assertion failed: \\(kv->key != NULL\\)");
+}
+
 TEST_F(Types, TwoPropertyKeysAreRefused) {
   write("Two", topic + open_key(R"(key="a")", property) + open_key(R"(key="b")", property));
   const Failure failure = build_with("Two");
