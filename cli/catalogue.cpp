@@ -121,7 +121,8 @@ bool is_meant(const Record &record, const std::string &topic_or_id) {
   if (record.declaration_id != 0 && topic_or_id == std::to_string(record.declaration_id))
     return true;
   for (const std::string &topic : {topic_of(record), plain_topic_of(record)})
-    if (!topic_or_id.empty() && (topic == topic_or_id || topic.starts_with(topic_or_id + '/')))
+    if (!topic_or_id.empty() && (topic == topic_or_id || topic.starts_with(topic_or_id + '/') ||
+                                 topic.ends_with('/' + topic_or_id)))
       return true;
   return false;
 }

@@ -26,7 +26,7 @@ std::optional<Record> type_record(const std::string &type);
 // Throws Failure: "there is no declaration type 'X'; did you mean ...".
 Record require_type(const std::string &type);
 
-// Topic, type of event, or id: "tns1:Device/IO", "Device", "7".
+// A topic, its beginning or its end, or an id: "tns1:Device/IO", "Device", "IO", "7".
 bool is_meant(const Record &record, const std::string &topic_or_id);
 
 // The state of one property as its keys; nothing when it is not known. The reason goes to `why`.

@@ -1,7 +1,7 @@
 #include "publisher.hpp"
 
+#include "catalogue.hpp"
 #include "failure.hpp"
-#include "log.hpp"
 #include "recordjson.hpp"
 #include "text.hpp"
 
@@ -35,10 +35,54 @@ Record shape_of(const EventLine &event) {
   return shape;
 }
 
-std::string shape_name(const EventLine &event) {
-  if (!event.type.empty())
-    return "type " + event.type;
-  return dump(to_json(shape_of(event)).get());
+std::string stored_text(const std::string &text, std::uint32_t type) {
+  if (type == VALUE_TYPE_BOOL)
+    return text == "1" || text == "true" ? "1" : "0";
+  if (type != VALUE_TYPE_DOUBLE)
+    return text;
+  const double number = g_ascii_strtod(text.c_str(), nullptr);
+  const OwnedText stored{event_utils_value_type_to_string(&number, VALUE_TYPE_DOUBLE)};
+  return stored.get();
+}
+
+inline void free_triples(GList *list) noexcept {
+  event_producer_int_free_register_list(list);
+}
+using OwnedTriples = Owned<GList, free_triples>;
+
+// What the event says about the keys that the type leaves open.
+OwnedTriples triples(const Record &type, const Record &event) {
+  GList *list = nullptr;
+  for (const Pair &pair : type.pairs) {
+    const std::string *value = pair.open ? event.value_of(pair.key) : nullptr;
+    if (value == nullptr)
+      continue;
+    list = g_list_append(list, g_strdup(pair.key.c_str()));
+    list = g_list_append(list, g_strdup(stored_text(*value, pair.type).c_str()));
+    list = g_list_append(list, GUINT_TO_POINTER(pair.type));
+  }
+  return OwnedTriples{list};
+}
+
+// Events with the same name go out under one declaration. Of a property type that is one for each
+// property, whose declaration fixes all but the state.
+std::string shape_name(const EventLine &event, const std::optional<Record> &type) {
+  if (!type)
+    return dump(to_json(shape_of(event)).get());
+  std::string name = "type " + event.type;
+  if (type->property)
+    for (const Pair &pair : type->pairs)
+      if (const std::string *value = event.record.value_of(pair.key);
+          value != nullptr && pair.open && !has_tag(pair, state_tag))
+        name += '\n' + pair.key + '=' + *value;
+  return name;
+}
+
+void check_values(const Record &event, const Record &type) {
+  for (const Pair &pair : type.pairs)
+    if (const std::string *value = pair.open ? event.value_of(pair.key) : nullptr)
+      if (const std::string why = why_no_value(*value, pair.type); !why.empty())
+        throw Failure{pair.key + " cannot be '" + *value + "': " + why};
 }
 
 // The declaration says how a value is written, whatever the event said.
@@ -81,18 +125,31 @@ bool iterate_until(Session &session, double seconds, const std::function<bool()>
 Publisher::Publisher(Session &session, double patience)
     : session_{session}, patience_{patience}, sender_{session} {}
 
-Publisher::Declared &Publisher::declared_for(const EventLine &event) {
-  const std::string name = shape_name(event);
-  const auto found = declared_.find(name);
-  if (found != declared_.end())
+const std::optional<Record> &Publisher::type_of(const EventLine &event) {
+  const auto found = types_.find(event.type);
+  if (found != types_.end())
     return found->second;
-  Declared &declared = declared_[name];
+  std::optional<Record> type;
+  if (!event.type.empty())
+    type = require_type(event.type);
+  return types_.emplace(event.type, std::move(type)).first->second;
+}
+
+Publisher::Declared &Publisher::declared_for(const EventLine &event) {
+  const std::optional<Record> &type = type_of(event);
+  const auto [at, is_new] = declared_.try_emplace(shape_name(event, type));
+  Declared &declared = at->second;
+  if (!is_new)
+    return declared;
   const auto on_complete = [](guint32, gpointer data) {
     static_cast<Declared *>(data)->complete = true;
   };
-  if (!event.type.empty()) {
+  if (type) {
+    check_values(event.record, *type);
+    declared.says_state = type->property;
+    const OwnedTriples list = type->property ? triples(*type, event.record) : nullptr;
     declared.local_id = event_producer_register_and_notify_string_list(
-        sender_.get(), event.type.c_str(), on_complete, &declared, nullptr);
+        sender_.get(), event.type.c_str(), on_complete, &declared, list.get());
   } else {
     const OwnedDeclaration declaration = make_declaration(shape_of(event));
     declared.local_id =
@@ -116,8 +173,10 @@ void Publisher::prepare(const EventLine &event) {
 }
 
 void Publisher::send(const EventLine &event) {
-  const Declared &declared = declared_for(event);
+  Declared &declared = declared_for(event);
   wait_for(declared);
+  if (std::exchange(declared.says_state, false))
+    return;
   const OwnedEvent prepared{event_producer_prepare_event(sender_.get(), declared.local_id)};
   for (const Pair &pair : event.record.pairs)
     if (!pair.open)

@@ -23,13 +23,18 @@ class Publisher {
   struct Declared {
     guint32 local_id = 0;
     bool complete = false;
+    // Registering a property by its type tells its state to everybody who subscribes: the first
+    // event is out with that.
+    bool says_state = false;
   };
+  const std::optional<Record> &type_of(const EventLine &event);
   Declared &declared_for(const EventLine &event);
   void wait_for(const Declared &declared);
 
   Session &session_;
   double patience_;
   std::map<std::string, Declared> declared_; // by shape; nodes stay where they are
+  std::map<std::string, std::optional<Record>> types_;
   Sender sender_;
 };
 

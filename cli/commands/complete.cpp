@@ -9,8 +9,10 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <set>
+#include <string_view>
 
 namespace varro2::cli {
 namespace {
@@ -23,6 +25,16 @@ struct Arguments {
   std::string type;
 };
 
+// What comes from other processes and ends up on a command line must mean nothing to a shell.
+bool is_harmless(const std::string &word) {
+  static constexpr std::string_view harmless = "_./:=+,@%-";
+  return !word.empty() && word == printable(word) &&
+         std::all_of(word.begin(), word.end(), [](char character) {
+           return (static_cast<unsigned char>(character) & 0x80) != 0 ||
+                  g_ascii_isalnum(character) || harmless.find(character) != std::string_view::npos;
+         });
+}
+
 std::set<std::string> words_from_bus(const std::string &what) {
   Session session;
   session.require_switch();
@@ -30,7 +42,6 @@ std::set<std::string> words_from_bus(const std::string &what) {
   for (const Record &record : ask_declarations()) {
     if (what == "topics") {
       words.insert(topic_of(record));
-      words.insert(std::to_string(record.declaration_id));
     } else if (what == "keys") {
       for (const Pair &pair : record.pairs)
         words.insert(quoted_if_needed(pair.key) + '=');
@@ -64,7 +75,7 @@ int complete(Program &program, const Arguments &arguments) {
   const QuietLog log;
   try {
     for (const std::string &word : words_for(arguments))
-      if (!word.empty() && word == printable(word))
+      if (is_harmless(word))
         program.out.line(word);
   } catch (const Failure &) {
   }

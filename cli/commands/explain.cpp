@@ -84,8 +84,9 @@ class Explainer {
 
   void text(const EventLine &event, const std::vector<ListFinding> &findings, bool fits,
             const std::vector<std::string> &open) {
-    out_.line(style_.bold(arguments_.file + ':' + std::to_string(event.line)) + ": " +
-              (fits ? style_.green("fits") : style_.red("does not fit")) + "  " +
+    out_.line(style_.bold((arguments_.file == "-" ? "standard input" : printable(arguments_.file)) +
+                          ':' + std::to_string(event.line)) +
+              ": " + (fits ? style_.green("fits") : style_.red("does not fit")) + "  " +
               printable(topic_of(event.record)) + ' ' + values_text(event.record, style_));
     for (std::size_t index = 0; index < findings.size(); ++index)
       list_text(index, findings[index]);
@@ -101,7 +102,7 @@ class Explainer {
     const std::string mark = finding.holds ? style_.green(std::string{style_.check()})
                                            : style_.red(std::string{style_.cross()});
     const AndList &list = expression_.lists[index];
-    if (findings_are_one(index))
+    if (expression_.lists.size() > 1)
       out_.line("  list " + std::to_string(index + 1) + ' ' + mark);
     std::size_t width = 0;
     for (const Test &test : list)
@@ -114,9 +115,6 @@ class Explainer {
                 style_.dim(printable(found.reason)));
     }
   }
-
-  // The head of a list says nothing where there is only one.
-  bool findings_are_one(std::size_t) const { return expression_.lists.size() > 1; }
 
   OwnedJson json(const EventLine &event, const std::vector<ListFinding> &findings, bool fits,
                  const std::vector<std::string> &open) const {

@@ -75,53 +75,9 @@ Record filled_record(const Arguments &arguments) {
   return record;
 }
 
-std::string stored_text(const std::string &text, std::uint32_t type) {
-  if (type == VALUE_TYPE_BOOL)
-    return text == "1" || text == "true" ? "1" : "0";
-  if (type != VALUE_TYPE_DOUBLE)
-    return text;
-  const double number = g_ascii_strtod(text.c_str(), nullptr);
-  const OwnedText stored{event_utils_value_type_to_string(&number, VALUE_TYPE_DOUBLE)};
-  return stored.get();
-}
-
-inline void free_triples(GList *list) noexcept {
-  event_producer_int_free_register_list(list);
-}
-using OwnedTriples = Owned<GList, free_triples>;
-
-OwnedTriples triples(const Record &record) {
-  GList *list = nullptr;
-  for (const Pair &pair : record.pairs) {
-    if (!pair.open)
-      continue;
-    list = g_list_append(list, g_strdup(pair.key.c_str()));
-    list = g_list_append(list, g_strdup(stored_text(pair.value, pair.type).c_str()));
-    list = g_list_append(list, GUINT_TO_POINTER(pair.type));
-  }
-  return OwnedTriples{list};
-}
-
 void hold(Session &session, double seconds) {
   if (seconds > 0)
     iterate_until(session, seconds, [] { return false; });
-}
-
-// The registration of a property says its state to everybody who subscribes; there is nothing more
-// to be sent.
-void register_property(Session &session, const Arguments &arguments, const Record &record) {
-  Sender sender{session};
-  bool complete = false;
-  const OwnedTriples list = triples(record);
-  const guint32 id = event_producer_register_and_notify_string_list(
-      sender.get(), arguments.type.c_str(),
-      [](guint32, gpointer data) { *static_cast<bool *>(data) = true; }, &complete, list.get());
-  if (id == 0)
-    throw Failure{"the type " + arguments.type + " could not be registered"};
-  if (!iterate_until(session, arguments.timeout, [&] { return complete; }))
-    throw Failure{session.ended() ? "" : "the switch did not take the declaration in time",
-                  session.ended() ? session.code() : exit_timed_out};
-  hold(session, arguments.hold);
 }
 
 int send_one(const Arguments &arguments) {
@@ -129,13 +85,9 @@ int send_one(const Arguments &arguments) {
   Session session;
   session.require_switch();
   session.quit_on_signals(exit_interrupted);
-  if (record.property) {
-    register_property(session, arguments, record);
-    return session.ended() ? session.code() : exit_done;
-  }
   EventLine event{1, record, arguments.type, {}};
   for (Pair &pair : event.record.pairs)
-    pair.open = !pair.open; // those that the type leaves open have a value now
+    pair.open = false; // those that the type leaves open have a value now
   Publisher publisher{session, arguments.timeout};
   publisher.send(event);
   hold(session, arguments.hold);

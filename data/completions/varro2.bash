@@ -2,17 +2,30 @@
 
 _varro2_from() { varro2 complete "$@" 2>/dev/null; }
 
+# Keeps the words that begin like the one that is being typed. Nothing in them is expanded.
+_varro2_offer() {
+  local word
+  while IFS= read -r word; do
+    [[ $word && $word == "$cur"* ]] && COMPREPLY+=("$word")
+  done <<<"$1"
+}
+
+# bash takes ':' and '=' as ends of words, and wants only what follows the last one.
+_varro2_after_breaks() {
+  local prefix=''
+  [[ $COMP_WORDBREAKS == *:* && $cur == *:* ]] && prefix=${cur%"${cur##*:}"}
+  [[ $COMP_WORDBREAKS == *=* && $cur == *=* ]] && prefix=${cur%"${cur##*=}"}
+  [[ $prefix ]] && COMPREPLY=("${COMPREPLY[@]#"$prefix"}")
+}
+
 _varro2() {
   local cur prev words cword
-  if declare -F _init_completion >/dev/null; then
-    _init_completion -n =: || return
-  else
-    COMPREPLY=()
-    words=("${COMP_WORDS[@]}")
-    cword=$COMP_CWORD
-    cur=${COMP_WORDS[COMP_CWORD]}
-    prev=${COMP_WORDS[COMP_CWORD - 1]}
-  fi
+  read -ra words <<<"${COMP_LINE:0:COMP_POINT}"
+  [[ ${COMP_LINE:0:COMP_POINT} == *[[:space:]] ]] && words+=('')
+  cword=$((${#words[@]} - 1))
+  cur=${words[cword]}
+  prev=${words[cword - 1]}
+  COMPREPLY=()
 
   local commands='monitor wait state list tree describe types send record replay explain lint convert add-type remove-type status'
   local command='' at
@@ -24,9 +37,9 @@ _varro2() {
   done
 
   case $prev in
-  --format) COMPREPLY=($(compgen -W 'text json onvif' -- "$cur")); return ;;
-  --to) COMPREPLY=($(compgen -W 'xml binary json dump' -- "$cur")); return ;;
-  --color | --colour) COMPREPLY=($(compgen -W 'auto always never' -- "$cur")); return ;;
+  --format) _varro2_offer $'text\njson\nonvif'; return ;;
+  --to) _varro2_offer $'xml\nbinary\njson\ndump'; return ;;
+  --color | --colour) _varro2_offer $'auto\nalways\nnever'; return ;;
   --from | --output | -o) COMPREPLY=($(compgen -f -- "$cur")); return ;;
   --count | --timeout | --speed | --hold | --rate) return ;;
   esac
@@ -35,7 +48,7 @@ _varro2() {
   case $command in
   '')
     options='--help --version --color --verbose'
-    [[ $cur == -* ]] || { COMPREPLY=($(compgen -W "$commands" -- "$cur")); return; }
+    [[ $cur == -* ]] || { _varro2_offer "${commands// /$'\n'}"; return; }
     ;;
   monitor) options+=' --count --timeout --format --json --secure --notifications' ;;
   wait) options+=' --timeout --format --json --secure' ;;
@@ -49,38 +62,38 @@ _varro2() {
   convert) options+=' --to --output' ;;
   esac
   if [[ $cur == -* ]]; then
-    COMPREPLY=($(compgen -W "$options" -- "$cur"))
+    _varro2_offer "${options// /$'\n'}"
     return
   fi
 
-  local IFS=$'\n' position=$((cword - at))
+  local position=$((cword - at))
   case $command in
   monitor | wait | state | list)
-    COMPREPLY=($(compgen -W "$(_varro2_from tests; _varro2_from keys)" -- "$cur"))
+    _varro2_offer "$(_varro2_from tests; _varro2_from keys)"
     ;;
   record)
     if ((position == 1)); then
       COMPREPLY=($(compgen -f -- "$cur"))
     else
-      COMPREPLY=($(compgen -W "$(_varro2_from tests; _varro2_from keys)" -- "$cur"))
+      _varro2_offer "$(_varro2_from tests; _varro2_from keys)"
     fi
     ;;
-  describe) COMPREPLY=($(compgen -W "$(_varro2_from topics; _varro2_from types)" -- "$cur")) ;;
+  describe) _varro2_offer "$(_varro2_from topics; _varro2_from types)" ;;
   send)
     if ((position == 1)); then
-      COMPREPLY=($(compgen -W "$(_varro2_from types)" -- "$cur"))
+      _varro2_offer "$(_varro2_from types)"
     else
-      COMPREPLY=($(compgen -W "$(_varro2_from open-keys "${words[at + 1]}")" -- "$cur"))
+      _varro2_offer "$(_varro2_from open-keys "${words[at + 1]}")"
     fi
     ;;
-  remove-type) COMPREPLY=($(compgen -W "$(_varro2_from types)" -- "$cur")) ;;
+  remove-type) _varro2_offer "$(_varro2_from types)" ;;
   add-type) ((position == 2)) && COMPREPLY=($(compgen -f -- "$cur")) ;;
   explain) ((position == 2)) && COMPREPLY=($(compgen -f -- "$cur")) ;;
   lint | convert | replay) COMPREPLY=($(compgen -f -- "$cur")) ;;
   esac
   # A key waits for its value.
   [[ ${#COMPREPLY[@]} -eq 1 && ${COMPREPLY[0]} == *= ]] && compopt -o nospace 2>/dev/null
-  declare -F __ltrim_colon_completions >/dev/null && __ltrim_colon_completions "$cur"
+  _varro2_after_breaks
   return 0
 }
 
