@@ -201,13 +201,11 @@ TEST_F(CommandLine, ListTreeAndDescribeShowWhatIsDeclared) {
 // Shells put these words on command lines.
 TEST_F(CommandLine, CompletionsMeanNothingToAShell) {
   ChildProcess holder{{VARRO2, "send", "--from", "-", "--hold", "600"}};
-  holder.write(R"({"topic0":"Device","$(reboot)":1,"a b":2,"port":3
-})"
-               "\n");
-EXPECT_TRUE(iterate_until([&] { return varro2({"list"}).code == 0; }));
-EXPECT_EQ(varro2({"complete", "keys"}).output, "port=\ntopic0=\n");
-EXPECT_EQ(varro2({"complete", "tests"}).output, "topic0=Device\n");
-EXPECT_EQ(varro2({"complete", "topics"}).output, "Device\n");
+  holder.write("{\"topic0\":\"Device\",\"$(reboot)\":1,\"a b\":2,\"port\":3}\n");
+  EXPECT_TRUE(iterate_until([&] { return varro2({"list"}).code == 0; }));
+  EXPECT_EQ(varro2({"complete", "keys"}).output, "port=\ntopic0=\n");
+  EXPECT_EQ(varro2({"complete", "tests"}).output, "topic0=Device\n");
+  EXPECT_EQ(varro2({"complete", "topics"}).output, "Device\n");
 }
 
 TEST_F(CommandLine, StateAndWait) {
