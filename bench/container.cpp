@@ -1,37 +1,15 @@
 // The container of an 8-key event of about 600 bytes, beside the plain way to write it. Reported
 // with the time: how many allocations one round takes.
+#include "counting.hpp"
 #include "owning.hpp"
 #include "plaincontainer.hpp"
 
 #include <varro2/inspectable.h>
 #include <varro2/serialize.h>
 
-#include <benchmark/benchmark.h>
-
-#include <malloc.h>
-
-extern "C" {
-void *__libc_malloc(std::size_t size);
-void *__libc_calloc(std::size_t items, std::size_t size);
-void *__libc_realloc(void *memory, std::size_t size);
-
-static std::size_t allocations;
-
-void *malloc(std::size_t size) {
-  ++allocations;
-  return __libc_malloc(size);
-}
-void *calloc(std::size_t items, std::size_t size) {
-  ++allocations;
-  return __libc_calloc(items, size);
-}
-void *realloc(void *memory, std::size_t size) {
-  ++allocations;
-  return __libc_realloc(memory, size);
-}
-}
-
 namespace {
+
+using bench::measure;
 
 struct Key {
   const char *key;
@@ -129,16 +107,6 @@ typename Way::Container filled_event() {
   auto event = Way::event(Way::declaration());
   fill<Way>(event);
   return event;
-}
-
-// Runs the rounds and reports what one allocates.
-template <typename Round>
-void measure(benchmark::State &state, Round round) {
-  const std::size_t before = allocations;
-  for (auto _ : state)
-    round();
-  state.counters["allocations"] =
-      static_cast<double>(allocations - before) / static_cast<double>(state.iterations());
 }
 
 template <typename Way>
