@@ -1,0 +1,100 @@
+// Ceilings for what the everyday operations allocate. They are counts, not times, and so the same
+// on every machine; one that is exceeded says that something became slower. Where GLib keeps its
+// small records in slices of its own, fewer are counted.
+#include "allocations.hpp"
+#include "subscribers.hpp"
+
+#include <varro2/varro2.h>
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+
+namespace varro2::test {
+namespace {
+
+using OwnedEvent = Owned<Event, event_free>;
+using OwnedDeclaration = Owned<EventDeclaration, event_declaration_free>;
+
+struct Setting {
+  explicit Setting(int keys) : declaration{event_declaration_new(FALSE)} {
+    for (int key = 0; key < keys; ++key) {
+      names.push_back("key" + std::to_string(key));
+      if (key % 2 == 0)
+        event_declaration_add_key_value(declaration.get(), names.back().c_str(), "fixed",
+                                        VALUE_TYPE_STRING);
+      else
+        event_declaration_add_key(declaration.get(), names.back().c_str(), VALUE_TYPE_STRING);
+    }
+    prepared.reset(event_declaration_generate_event(declaration.get()));
+    filled = build();
+  }
+
+  OwnedEvent build() const {
+    OwnedEvent event{event_copy(prepared.get())};
+    for (std::size_t key = 1; key < names.size(); key += 2)
+      event_set_value(event.get(), names[key].c_str(), "a value");
+    event_set_global_id(event.get(), 1);
+    event_set_producer_id(event.get(), 1);
+    set_event_time_now(event.get());
+    return event;
+  }
+
+  OwnedDeclaration declaration;
+  std::vector<std::string> names;
+  OwnedEvent prepared;
+  OwnedEvent filled;
+};
+
+// Of the second time: the first may fill caches.
+std::size_t cost_of(const std::function<void()> &operation) {
+  operation();
+  return allocations_of(operation);
+}
+
+class Allocations : public ::testing::TestWithParam<int> {
+ protected:
+  const Setting setting{GetParam()};
+};
+
+TEST_P(Allocations, OfACopy) {
+  EXPECT_LE(cost_of([&] { event_free(event_copy(setting.filled.get())); }), 3U);
+}
+
+TEST_P(Allocations, OfSerialising) {
+  EXPECT_LE(cost_of([&] { g_byte_array_unref(event_serialize(setting.filled.get())); }), 2U);
+}
+
+TEST_P(Allocations, OfBuildingAndSerialising) {
+  EXPECT_LE(cost_of([&] { g_byte_array_unref(event_serialize(setting.build().get())); }), 6U);
+}
+
+TEST_P(Allocations, OfReadingBack) {
+  const auto bytes = BytesRef::adopt(event_serialize(setting.filled.get()));
+  EXPECT_LE(cost_of([&] { event_free(event_deserialize(bytes.get())); }), 4U);
+}
+
+// Whatever the number of keys.
+INSTANTIATE_TEST_SUITE_P(Keys, Allocations, ::testing::Values(1, 8, 32, 256));
+
+TEST(AllocationsOfMatching, NoneHoweverManySubscribe) {
+  const Setting setting{8};
+  for (const guint32 count : {1U, 9U, 100U, 5000U}) {
+    Subscribers subscribers;
+    for (guint32 number = 0; number < count; ++number) {
+      OwnedExpression expression{subscribe_expression_new()};
+      subscribe_expression_set_id(expression.get(), number + 1);
+      subscribe_expression_add_key_value(expression.get(), "key0", "fixed");
+      const std::string value = number % 100 == 0 ? "a value" : std::to_string(number);
+      subscribe_expression_add_key_value(expression.get(), "key1", value.c_str());
+      subscribers.add(std::move(expression), setting.declaration.get());
+    }
+    std::vector<const Subscriber *> matching;
+    EXPECT_EQ(cost_of([&] { subscribers.match(*setting.filled, matching); }), 0U);
+    EXPECT_EQ(matching.size(), (count + 99) / 100);
+  }
+}
+
+} // namespace
+} // namespace varro2::test
