@@ -106,7 +106,7 @@ void add_add_type(CLI::App &app, Program &program) {
       ->required();
   command->footer("The file is checked as by varro2 lint first. A type that is there is not\n"
                   "replaced: varro2 remove-type it before.\n"
-                  "  varro2 add-type machine-cpu machine-cpu.xml");
+                  "  varro2 add-type door door.xml");
   command->callback(
       [&program, arguments] { program.command = [arguments] { return add_type(*arguments); }; });
 }

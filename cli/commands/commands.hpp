@@ -41,11 +41,11 @@ void use_own_help(CLI::App &app);
 std::string told(const CLI::App &app, const CLI::ParseError &error, int count, char **words);
 
 inline constexpr const char *expression_help = R"(An expression is made of tests:
-  KEY          it is there               !KEY         it is not there
-  KEY=VALUE    it has this value         KEY!=VALUE   it has another, or is not there
-  *=VALUE      any key has this value    *!=VALUE     no key has this value
-KEY may be written NAMESPACE:KEY. Tests are joined by & (and), | (or), ! (not) and
-parentheses, or by these words; quotes take anything odd.
+  KEY        it is there             !KEY        it is not there
+  KEY=VALUE  it has this value       KEY!=VALUE  it has another, or is not there
+  *=VALUE    any key has this value  *!=VALUE    no key has this value
+KEY may be written NAMESPACE:KEY. Tests are joined by & (and), | (or), ! (not)
+and parentheses, or by these words; quotes take anything odd.
 )";
 
 } // namespace varro2::cli

@@ -185,13 +185,13 @@ void add_explain(CLI::App &app, Program &program) {
   CLI::App *command = app.add_subcommand("explain", "Say why an event fits an expression or not");
   command->add_option("EXPRESSION", arguments->expression, "In quotes, one argument")->required();
   command->add_option("FILE", arguments->file,
-                      "Events as JSON, as from varro2 monitor --json; '-': standard input");
+                      "Events as varro2 monitor --json shows them; '-': stdin");
   command->add_flag("--live", arguments->live,
-                    "Also which declarations on the bus could have events that fit");
+                    "Also which declarations could have events that fit");
   command->add_flag("--json", arguments->json, "One object a line");
   command->footer(
-      R"(Ends with 3 when an event would not be delivered. Without FILE and --live it shows
-what the expression comes to.
+      R"(Ends with 3 when an event would not be delivered. Without FILE and --live it
+shows what the expression comes to.
   varro2 explain 'port=1 | port=2' event.json
   echo '{"port":3}' | varro2 explain 'port=1 | port=2' -)");
   command->callback([&program, arguments] {

@@ -289,9 +289,9 @@ void add_lint(CLI::App &app, Program &program) {
   command->add_flag("--json", arguments->json, "One object a line");
   command->add_flag("--strict", arguments->strict, "Fail on warnings too");
   command->footer(
-      R"(Each mistake with file, line, column and what is allowed. Errors are what the library
-refuses; warnings are what it reads but probably not as it was meant. Ends with 1 when
-there are errors.
+      R"(Each mistake with file, line, column and what is allowed. Errors are what cannot
+be used; warnings are what is read, but probably not as it was meant. Ends with 1
+when there are errors.
   varro2 lint data/declarations.d/*.xml)");
   command->callback([&program, arguments] {
     program.command = [&program, arguments] { return lint(program, *arguments); };
@@ -310,8 +310,8 @@ void add_convert(CLI::App &app, Program &program) {
   command->add_option("-o,--output", arguments->output, "Instead of the standard output")
       ->type_name("FILE");
   command->footer(R"(What FILE holds is seen from its first byte.
-  varro2 convert machine-cpu.xml --to binary --output machine-cpu.bin
-  varro2 convert machine-cpu.bin)");
+  varro2 convert door.xml --to binary --output door.bin
+  varro2 convert door.bin)");
   command->callback([&program, arguments] {
     program.command = [&program, arguments] { return convert(program, *arguments); };
   });

@@ -84,7 +84,7 @@ void add_arguments(CLI::App &command, const std::shared_ptr<Arguments> &argument
       ->type_name("SECONDS");
   auto *format = command
                      .add_option("--format", arguments->format,
-                                 "text, json, onvif or a template such as '{topic} {port}'")
+                                 "text, json, onvif or a template: '{topic} {port}'")
                      ->type_name("FORMAT");
   command.add_flag("--json", arguments->json, "The same as --format json")->excludes(format);
   command.add_flag("--secure", arguments->secure, "Show the sender's user id");
@@ -105,7 +105,7 @@ void add_monitor(CLI::App &app, Program &program) {
   command->footer(std::string{expression_help} + R"(
 In a template {NAME} is the value of that key, or one of {topic} {time} {monotonic}
 {kind} {values} {uid}; {key:NAME} is always the key.
-  varro2 monitor 'topic0=Device & (port=1 | port=2)' --format '{topic} {port}={state}'
+  varro2 monitor 'topic1=IO & (port=1 | port=2)' --format '{port}={state}'
   varro2 monitor --json topic1=Processor | jq .values.load_percent)");
   command->callback([&program, arguments] {
     program.command = [&program, arguments] { return Monitor{program, *arguments}.run(); };

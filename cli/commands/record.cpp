@@ -184,8 +184,8 @@ void add_replay(CLI::App &app, Program &program) {
       ->check(seconds())
       ->type_name("SECONDS");
   command->footer(
-      R"(Everything is declared before the first event is sent. Events get the time at which
-they are sent now; the declarations are gone when the last one has been taken.
+      R"(Everything is declared before the first event is sent. Events get the time at
+which they are sent now; the declarations are gone when the last one was taken.
   varro2 replay io.jsonl --speed 10)");
   command->callback(
       [&program, arguments] { program.command = [arguments] { return replay(*arguments); }; });

@@ -163,7 +163,7 @@ void add_send(CLI::App &app, Program &program) {
   command->add_option("KEY=VALUE", arguments->values, "For each key that the type leaves open");
   command
       ->add_option("--from", arguments->from,
-                   "Send events from a file, one JSON object a line; '-': standard input")
+                   "A file of events, one JSON object a line; '-': standard input")
       ->type_name("FILE")
       ->excludes(type);
   command->add_option("--timeout", arguments->timeout, "For the declaration (10)")
@@ -176,11 +176,11 @@ void add_send(CLI::App &app, Program &program) {
       ->check(number_above_0())
       ->type_name("N");
   command->footer(
-      R"(Declares, waits until the switch has named all subscribers, sends, and ends when they
-have the event. A property is gone with its producer: --hold keeps it.
-An object is {"type":"T","values":{...}}, what varro2 monitor --json prints, or just
-keys and values.
-  varro2 send machine-cpu usage=7.5
+      R"(Declares, waits until the switch has named all subscribers, sends, and ends when
+they have the event. A property is gone with its producer: --hold keeps it.
+An object is {"type":"T","values":{...}}, what varro2 monitor --json prints, or
+just keys and values.
+  varro2 send machine-processor load_percent=7.5 number=1
   echo '{"topic0":"Test","n":1}' | varro2 send --from -)");
   command->callback([&program, arguments] {
     if (arguments->type.empty() && arguments->from.empty())
