@@ -5,6 +5,7 @@
 #                            the machine's own bus is never touched
 # switch_start PROGRAM       starts the switch and waits until it has its name; sets switch_pid
 # private_bus_stop           ends both
+# activate_switch            has the bus start the switch that is installed, unless it is running
 # end_process SIGNAL PID     ends a process that one of these has started
 # types_visible FOLDER TYPES sets with_types to the words that run a command where the files in TYPES
 #                            stand in the system's folder of types: for this command alone, with
@@ -54,6 +55,12 @@ switch_has_name() {
   dbus-send --bus="$DBUS_SYSTEM_BUS_ADDRESS" --print-reply=literal --dest=org.freedesktop.DBus \
     /org/freedesktop/DBus org.freedesktop.DBus.NameHasOwner string:com.quor.Event.Switch \
     2>/dev/null | grep -q 'boolean true'
+}
+
+activate_switch() {
+  switch_has_name || dbus-send --bus="$DBUS_SYSTEM_BUS_ADDRESS" --print-reply=literal --dest=org.freedesktop.DBus \
+    /org/freedesktop/DBus org.freedesktop.DBus.StartServiceByName \
+    string:com.quor.Event.Switch uint32:0 >/dev/null 2>&1
 }
 
 # wait_until WHAT PID COMMAND...: until the command succeeds; gives up when the process has ended
