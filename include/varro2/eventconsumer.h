@@ -40,7 +40,7 @@ typedef void (*EventConsumerTokenCallback)(guint32 token, gpointer user_data, GE
  * Makes a consumer and queues its connection to the bus. The handle can be used at once; a
  * connection that fails is logged at critical level.
  * @param name the consumer's name on the bus; copied.
- * @return a new handle, for event_consumer_free().
+ * @return a new handle, for event_consumer_free(); NULL without a name.
  */
 VARRO2_API EventConsumer *event_consumer_new(const char *name) VARRO2_NOEXCEPT;
 

@@ -37,7 +37,7 @@ typedef ProducerUserDeclarationCallback EventProducerTypeCallback;
  * @param name the producer's name on the bus; copied.
  * @param subscribers_changed called whenever a declaration gains its first subscriber or loses its
  *        last, with the local ids (guint32, lent) that have subscribers; may be NULL.
- * @return a new handle, for event_producer_free().
+ * @return a new handle, for event_producer_free(); NULL without a name.
  */
 VARRO2_API EventProducer *event_producer_new_full(const char *name,
                                                   ProducerSubscribersChanged subscribers_changed,

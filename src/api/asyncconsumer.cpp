@@ -8,6 +8,7 @@ using namespace varro2;
 
 EventConsumer *async_consumer_new(const char *name, EventConsumerSetupCallback setup_callback,
                                   gpointer user_data) noexcept {
+  VARRO2_EXPECT(name != NULL, NULL);
   EventConsumer *event_consumer = event_consumer_int_new_empty();
   queue(*event_consumer,
         [name = OwnedText{g_strdup(name)}, setup_callback, user_data](EventConsumer &handle) {

@@ -9,6 +9,7 @@ using namespace varro2;
 EventProducer *async_producer_new(const char *name, EventProducerSetupCallback setup_callback,
                                   ProducerSubscribersChanged subscribers_changed,
                                   gpointer user_data) noexcept {
+  VARRO2_EXPECT(name != NULL, NULL);
   EventProducer *event_producer = event_producer_int_new_empty();
   queue(*event_producer, [name = OwnedText{g_strdup(name)}, setup_callback, subscribers_changed,
                           user_data](EventProducer &handle) {

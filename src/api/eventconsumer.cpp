@@ -42,6 +42,7 @@ Normal as_normal(Secure callback) {
 } // namespace
 
 EventConsumer *event_consumer_new(const char *name) noexcept {
+  VARRO2_EXPECT(name != NULL, NULL);
   EventConsumer *event_consumer = event_consumer_int_new_empty();
   event_consumer_int_setup(event_consumer, name, NULL, NULL);
   return event_consumer;

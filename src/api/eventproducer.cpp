@@ -8,6 +8,7 @@ using namespace varro2;
 EventProducer *event_producer_new_full(const char *name,
                                        ProducerSubscribersChanged subscribers_changed,
                                        gpointer user_data) noexcept {
+  VARRO2_EXPECT(name != NULL, NULL);
   EventProducer *event_producer = event_producer_int_new_empty();
   event_producer_int_setup(event_producer, name, NULL, subscribers_changed, user_data);
   return event_producer;

@@ -50,6 +50,13 @@ TEST_F(Consumers, FailedConnectionIsLoggedOnceAndTheHandleLives) {
   EXPECT_EQ(event_consumer_subscribe(consumer, expression.get(), drop_event, NULL), 1u);
 }
 
+TEST_F(Consumers, NeedAName) {
+  EXPECT_EQ(event_consumer_new(NULL), nullptr);
+  EXPECT_EQ(criticals("event_consumer_new: assertion 'name != NULL' failed"), 1u);
+  EXPECT_EQ(async_consumer_new(NULL, note_setup, NULL), nullptr);
+  EXPECT_EQ(criticals("async_consumer_new: assertion 'name != NULL' failed"), 1u);
+}
+
 TEST_F(Consumers, SetupCallbackGetsTheFailureInPlaceOfTheLog) {
   iterate_pending();
   log.clear();

@@ -41,6 +41,13 @@ TEST_F(Producers, FailedConnectionIsLoggedOnceAndTheHandleLives) {
   EXPECT_EQ(event_producer_declare(producer, text_declaration().get()), 1u);
 }
 
+TEST_F(Producers, NeedAName) {
+  EXPECT_EQ(event_producer_new(NULL), nullptr);
+  EXPECT_EQ(criticals("event_producer_new_full: assertion 'name != NULL' failed"), 1u);
+  EXPECT_EQ(async_producer_new(NULL, note_setup, NULL, NULL), nullptr);
+  EXPECT_EQ(criticals("async_producer_new: assertion 'name != NULL' failed"), 1u);
+}
+
 TEST_F(Producers, SetupCallbackGetsTheFailureInPlaceOfTheLog) {
   log.clear();
   Told told;
