@@ -21,6 +21,10 @@ bool has_fixed_value(const Inspectable *declared, GQuark key) {
   return bucket != nullptr && is_plain_fact(*bucket->first);
 }
 
+std::uint64_t bit_of(GQuark key) {
+  return std::uint64_t{1} << (key & 63);
+}
+
 // An event that the tests of this index can be looked up for.
 const AndList *plain_facts(const Event &event) {
   const Inspectable &inspectable = *event_get_inspectable(&event);
@@ -88,6 +92,8 @@ void SubscriberIndex::add(Subscriber &subscriber, const EventDeclaration *declar
     subscriber.places.push_back({&*found, hanging.size()});
     hanging.push_back({&subscriber, subscriber.places.size() - 1});
     ++count_of(chosen);
+    if (chosen.key != 0 && !chosen.any_value)
+      keys_with_equalities_ |= bit_of(chosen.key);
   }
 }
 
@@ -113,6 +119,7 @@ void SubscriberIndex::remove(Subscriber &subscriber) {
 void SubscriberIndex::clear() noexcept {
   tests_.clear();
   equalities_ = presences_ = any_keys_ = unconditional_ = 0;
+  keys_with_equalities_ = 0;
 }
 
 void SubscriberIndex::look_up(const TestView &test, std::vector<const Subscriber *> &found) const {
@@ -130,7 +137,7 @@ bool SubscriberIndex::collect(const Event &event, std::vector<const Subscriber *
     if (presences_ > 0)
       look_up({bucket.key, true, {}}, found);
     for (const Pair *fact = bucket.first; fact != nullptr; fact = fact->next) {
-      if (equalities_ > 0)
+      if (equalities_ > 0 && (keys_with_equalities_ & bit_of(bucket.key)) != 0)
         look_up({bucket.key, false, view_of(fact->value)}, found);
       if (any_keys_ > 0)
         look_up({0, false, view_of(fact->value)}, found);

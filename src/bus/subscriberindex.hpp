@@ -86,6 +86,9 @@ class SubscriberIndex {
   std::size_t presences_ = 0;
   std::size_t any_keys_ = 0;
   std::size_t unconditional_ = 0;
+  // A bit for each key that equality tests were ever on, by its lowest bits: most keys of an event
+  // are nobody's test.
+  std::uint64_t keys_with_equalities_ = 0;
 };
 
 } // namespace varro2
