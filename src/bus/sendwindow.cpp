@@ -23,8 +23,9 @@ void subtract(std::atomic<std::uint64_t> &total, std::uint64_t count) {
   total.fetch_sub(count, std::memory_order_relaxed);
 }
 
-// What an entry costs beside its payload, which others may share.
-constexpr std::size_t entry_overhead = sizeof(WindowCall);
+// The bound counts what is to be delivered, so that users can reckon with it. What an entry costs
+// beside that is of the same order, as long as small ones do not count for nothing.
+constexpr std::size_t least_size = 64;
 
 // Also the answer of a daemon that a receiver left unanswered when it went.
 bool says_receiver_left(sd_bus_message *answer) {
@@ -42,13 +43,13 @@ WindowCall make_window_call(const BusMethod &method, const char *object, BytesRe
                   .number_count = numbers.size(),
                   .completion = std::move(completion)};
   std::copy(numbers.begin(), numbers.end(), call.numbers.begin());
-  call.size = call.object.size() + (call.payload ? call.payload->len : 0) + entry_overhead;
+  call.size = std::max<std::size_t>(call.payload ? call.payload->len : 0, least_size);
   return call;
 }
 
 WindowCall make_window_call(MessageRef message, std::size_t size, CallCompletion completion) {
   return {.message = std::move(message),
-          .size = size + entry_overhead,
+          .size = std::max(size, least_size),
           .completion = std::move(completion)};
 }
 

@@ -153,6 +153,18 @@ TEST_F(SendWindowTest, DropsTheOldestPastItsBoundAndWarnsOnce) {
   EXPECT_EQ(numbers(), (Numbers{first_kept}));
 }
 
+TEST_F(SendWindowTest, CountsWhatIsToBeDelivered) {
+  open({.unanswered_per_receiver = 1, .queued_bytes = 100'000});
+  const LogCapture log;
+  for (guint32 i = 0; i <= 400; ++i)
+    send("a.b", i, 250);
+  EXPECT_EQ(window->dropped(), 0u);
+  EXPECT_EQ(window->waiting(), 400u);
+  send("a.b", 401, 250);
+  EXPECT_EQ(window->dropped(), 1u);
+  EXPECT_EQ(log.texts(G_LOG_LEVEL_WARNING).size(), 1u);
+}
+
 TEST_F(SendWindowTest, WarnsAgainWhenTheQueueWasEmptyBetween) {
   open({.unanswered_per_receiver = 1, .queued_bytes = 3'000});
   const LogCapture log;
