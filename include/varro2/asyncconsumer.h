@@ -18,7 +18,7 @@ G_BEGIN_DECLS
  * Makes a consumer and queues its whole set-up.
  * @param name copied.
  * @param setup_callback told of the end; may be NULL, then a failure is logged at critical level.
- * @return a new handle, for async_consumer_free().
+ * @return a new handle, for async_consumer_free(); NULL without a name.
  */
 VARRO2_API EventConsumer *async_consumer_new(const char *name,
                                              EventConsumerSetupCallback setup_callback,

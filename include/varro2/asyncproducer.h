@@ -20,7 +20,7 @@ G_BEGIN_DECLS
  * @param setup_callback told of the end; may be NULL, then a failure is logged at critical level.
  * @param subscribers_changed as in event_producer_new_full(); may be NULL.
  * @param user_data for both callbacks.
- * @return a new handle, for async_producer_free().
+ * @return a new handle, for async_producer_free(); NULL without a name.
  */
 VARRO2_API EventProducer *async_producer_new(const char *name,
                                              EventProducerSetupCallback setup_callback,
