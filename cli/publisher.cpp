@@ -122,6 +122,12 @@ bool iterate_until(Session &session, double seconds, const std::function<bool()>
   return condition();
 }
 
+void fail_waiting(const Session &session, const std::string &late) {
+  if (session.ended())
+    throw Failure{"", session.result()};
+  throw Failure{late, exit_timed_out};
+}
+
 Publisher::Publisher(Session &session, double patience)
     : session_{session}, patience_{patience}, sender_{session} {}
 
@@ -164,8 +170,7 @@ void Publisher::wait_for(const Declared &declared) {
   if (declared.complete)
     return;
   if (!iterate_until(session_, patience_, [&] { return declared.complete; }))
-    throw Failure{session_.ended() ? "" : "the switch did not take the declaration in time",
-                  session_.ended() ? session_.code() : exit_timed_out};
+    fail_waiting(session_, "the switch did not take the declaration in time");
 }
 
 void Publisher::prepare(const EventLine &event) {

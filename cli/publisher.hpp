@@ -42,6 +42,9 @@ class Publisher {
 // was asked to quit.
 bool iterate_until(Session &session, double seconds, const std::function<bool()> &condition);
 
+// What it failed for: the session has ended, or the time ran out.
+[[noreturn]] void fail_waiting(const Session &session, const std::string &late);
+
 // Lines of a descriptor, while the main context runs.
 class LineReader {
  public:

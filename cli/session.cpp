@@ -127,6 +127,10 @@ void Session::require_switch() {
 int Session::run() {
   if (!ended())
     g_main_loop_run(loop_);
+  return result();
+}
+
+int Session::result() const {
   if (bus_gone_)
     throw Failure{"the message bus went away"};
   return code_;

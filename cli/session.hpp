@@ -40,7 +40,8 @@ class Session {
   void quit(int code);
   // Asked to quit, or without a bus: for loops of a command's own.
   bool ended() const { return ended_ || bus_gone_; }
-  int code() const { return code_; }
+  // The code to end with then; throws Failure when it is the bus that has gone.
+  int result() const;
 
   // Quits with the code after so many seconds; none when negative.
   void quit_after(double seconds, int code);

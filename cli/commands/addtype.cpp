@@ -66,8 +66,7 @@ std::string told(const std::string &name, const GError &error) {
 
 void await(Session &session, const std::string &name, const Answer &answer) {
   if (!iterate_until(session, patience, [&] { return answer.given; }))
-    throw Failure{session.ended() ? "" : "the switch did not answer in time",
-                  session.ended() ? session.code() : exit_timed_out};
+    fail_waiting(session, "the switch did not answer in time");
   if (answer.error)
     throw Failure{told(name, *answer.error)};
 }

@@ -35,6 +35,11 @@ class Monitor {
                                                       program.style)},
         expression_{expression_argument(arguments.expression)} {}
 
+  // The stream lives on.
+  ~Monitor() { out_.on_closed({}); }
+  Monitor(const Monitor &) = delete;
+  Monitor &operator=(const Monitor &) = delete;
+
   int run() {
     session_.require_switch();
     session_.on_switch(say_switch_state);

@@ -144,7 +144,7 @@ int replay(const ReplayArguments &arguments) {
     }
   }
   if (session.ended())
-    return session.code();
+    return session.result();
   note(plural(events.size(), "event") + " sent");
   return exit_done;
 }

@@ -91,7 +91,7 @@ int send_one(const Arguments &arguments) {
   Publisher publisher{session, arguments.timeout};
   publisher.send(event);
   hold(session, arguments.hold);
-  return session.ended() ? session.code() : exit_done;
+  return session.ended() ? session.result() : exit_done;
 }
 
 class Input {
@@ -138,6 +138,8 @@ int send_many(const Arguments &arguments) {
     try {
       publisher.send(*event);
     } catch (const Failure &failure) {
+      if (session.ended())
+        throw;
       throw Failure{(arguments.from == "-" ? "standard input" : arguments.from) + ":" +
                         std::to_string(lines.line()) + ": " + failure.what(),
                     failure.code()};
@@ -151,7 +153,7 @@ int send_many(const Arguments &arguments) {
     }
   }
   hold(session, arguments.hold);
-  return session.ended() ? session.code() : sent == 0 ? exit_nothing : exit_done;
+  return session.ended() ? session.result() : sent == 0 ? exit_nothing : exit_done;
 }
 
 } // namespace

@@ -293,6 +293,16 @@ TEST_F(CommandLine, ABusThatGoesEndsTheMonitor) {
   EXPECT_NE(monitor->errors().find("varro2: the message bus went away\n"), std::string::npos);
 }
 
+TEST_F(CommandLine, ABusThatGoesEndsASender) {
+  ChildProcess sender{{VARRO2, "send", "--from", "-"}};
+  sender.write(port_event + "\n");
+  EXPECT_TRUE(iterate_until([&] { return varro2({"list"}).code == 0; }));
+  bus_.stop();
+  EXPECT_EQ(sender.wait(), 1);
+  EXPECT_NE(sender.errors().find("varro2: the message bus went away\n"), std::string::npos)
+      << sender.errors();
+}
+
 TEST_F(CommandLine, ConvertThereAndBack) {
   const std::string xml = write_file(
       "d.xml", "<declare><expression><keyvalue key=\"topic0\" name-space=\"tns1\" value=\"T\"/>"
