@@ -321,5 +321,32 @@ TEST_F(Callbacks, SecureOnesGetTheSendersUserId) {
   EXPECT_EQ(inbox.notifications.size(), 1U);
 }
 
+TEST_F(Callbacks, ASenderThatHasLeftHasNoUserId) {
+  switch_.come();
+  ConsumerHandle consumer{"listener"};
+  Inbox inbox;
+  const guint32 token = event_consumer_subscribe_secure(
+      consumer.get(), wants("topic0", "Greeting").get(), Inbox::on_secure_event, &inbox);
+  ASSERT_TRUE(switch_.wait_for("Subscribe"));
+  const Call call = switch_.calls("Subscribe").front();
+  {
+    // Gone before the consumer's loop has read what it sent.
+    FakeProducer leaving;
+    leaving.post(call.sender, call.text(0), "com.quor.Event.Consumer", "Event",
+                 g_variant_new(
+                     "(@ayu)",
+                     bytes_variant(wire::stamped_event({}, greeting_pairs("hi", 1))).get(), token));
+    ASSERT_TRUE(g_dbus_connection_flush_sync(leaving.connection(), nullptr, nullptr));
+  }
+  ASSERT_TRUE(iterate_until([&] { return inbox.uids.size() == 1; }));
+  EXPECT_EQ(inbox.uids, std::vector<guint32>{4294967295U});
+  const auto warnings = log_.texts(G_LOG_LEVEL_WARNING);
+  ASSERT_EQ(warnings.size(), 1U);
+  EXPECT_TRUE(warnings[0].starts_with("Failed to retireve UID of the connection: -"))
+      << warnings[0];
+  EXPECT_EQ(log_.lines().size(), 1U);
+  log_.clear();
+}
+
 } // namespace
 } // namespace varro2::test

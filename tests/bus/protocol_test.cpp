@@ -358,5 +358,27 @@ TEST_F(Protocol, TypesAreAddedAndRemoved) {
   EXPECT_EQ(failed.message, "not you");
 }
 
+TEST_F(Protocol, CallsOfAnotherShapeAreRefused) {
+  switch_.come();
+  ProducerHandle producer{"hello"};
+  const auto declared = declare_fully(producer, greeting().get());
+  const auto call = [&](const char *member, GVariant *arguments) {
+    return switch_
+        .call(declared.declare.sender, declared.declare.text(0), "com.quor.Event.Producer", member,
+              arguments)
+        .error_name;
+  };
+  EXPECT_EQ(call("GlobalDeclareId", g_variant_new("(uu)", 1, 2)),
+            "org.freedesktop.DBus.Error.InvalidArgs");
+  EXPECT_EQ(call("Unsubscribe", g_variant_new("(us)", 1, "2")),
+            "org.freedesktop.DBus.Error.InvalidArgs");
+  EXPECT_EQ(call("NoSuchMethod", nullptr), "org.freedesktop.DBus.Error.UnknownMethod");
+  const auto elsewhere =
+      switch_.call(declared.declare.sender, "/com/quor/Event/Producer/0x1",
+                   "com.quor.Event.Producer", "Unsubscribe", g_variant_new("(uu)", 1, 2));
+  EXPECT_EQ(elsewhere.error_name, "org.freedesktop.DBus.Error.UnknownObject");
+  EXPECT_TRUE(event_producer_declaration_complete(producer.get(), declared.local_id));
+}
+
 } // namespace
 } // namespace varro2::test
