@@ -254,7 +254,9 @@ TEST(UntrustedSwitch, OutlivesBrokenRecordsAndHoldsNoMemory) {
       first_size = resident_kilobytes(event_switch.process()->pid());
   }
   EXPECT_TRUE(event_switch.process()->running());
+#ifndef __SANITIZE_ADDRESS__ // which keeps what was freed for a while
   EXPECT_LT(resident_kilobytes(event_switch.process()->pid()), first_size + 2'000);
+#endif
   // One line for each peer that sent them.
   const std::string log = event_switch.process()->errors();
   std::size_t lines = 0;
