@@ -10,6 +10,8 @@ namespace {
 constexpr guint farewell_patience = 2'000;
 constexpr gint64 farewell_limit = 60'000;
 
+constexpr SendLimits event_limits{.burst_bytes = 32 * 1024 * 1024};
+
 // Together with the events on the way, and a blocking call or two, less than what a daemon allows.
 // The queue is bounded only against a switch that hangs for good.
 constexpr SendLimits switch_limits{
@@ -72,7 +74,7 @@ std::unique_ptr<Connection> Connection::open(GError **error) {
 }
 
 Connection::Connection(sd_bus *bus, GSource *source)
-    : bus_{bus}, source_{SourceRef::share(source)}, window_{std::in_place, bus},
+    : bus_{bus}, source_{SourceRef::share(source)}, window_{std::in_place, bus, event_limits},
       switch_window_{std::in_place, bus, switch_limits} {
   window_->set_idle_handler([this] { note_settled(); });
 }

@@ -152,6 +152,8 @@ int SendWindow::transmit(Queue &queue, WindowCall &call) {
 }
 
 void SendWindow::enqueue(Queue &queue, WindowCall call) {
+  if (queue.waiting.empty())
+    queue.moved_at = g_get_monotonic_time();
   queue.waiting_bytes += call.size;
   queue.waiting.push_back(std::move(call));
   ++waiting_;
@@ -170,11 +172,19 @@ WindowCall SendWindow::take_first(Queue &queue) {
   return call;
 }
 
+// A receiver hangs when nothing has moved for a while; a burst that one turn of the main loop sends
+// moves nothing either, but is soon over.
+std::size_t SendWindow::bound_of(const Queue &queue) const {
+  const bool moving = g_get_monotonic_time() - queue.moved_at < limits_.hang_after;
+  return moving ? std::max(limits_.burst_bytes, limits_.queued_bytes) : limits_.queued_bytes;
+}
+
 // The newest entry stays, however large it is.
 void SendWindow::drop_oldest(Queue &queue, Ended &ended) {
+  const std::size_t bound = bound_of(queue);
   const bool first_of_episode = queue.dropped == 0;
   std::uint64_t count = 0;
-  while (queue.waiting_bytes > limits_.queued_bytes && queue.waiting.size() > 1) {
+  while (queue.waiting_bytes > bound && queue.waiting.size() > 1) {
     ended.add(CallEnd::dropped, take_first(queue));
     ++count;
   }
@@ -232,6 +242,8 @@ int SendWindow::answered(Queue &queue, const CallCompletion &completion, sd_bus_
   add(totals.answered, 1);
   subtract(totals.unanswered, 1);
   --queue.unanswered;
+  if (!queue.waiting.empty())
+    queue.moved_at = g_get_monotonic_time();
   Ended ended;
   if (says_receiver_left(answer))
     drop_all(queue, CallEnd::dropped, ended);

@@ -61,6 +61,10 @@ struct SendLimits {
   unsigned unanswered_per_receiver = 8;
   unsigned unanswered = 96;
   std::size_t queued_bytes = 4 * 1024 * 1024; // per receiver
+  // The same while the receiver still answers, so that a burst which is faster than the bus is not
+  // taken for a receiver that hangs. 0: no more than above.
+  std::size_t burst_bytes = 0;
+  gint64 hang_after = 10 * G_USEC_PER_SEC; // with nothing moving. Microseconds
 };
 
 // Belongs to one thread, the connection's. Completions may send again and may destroy the window.
@@ -97,6 +101,7 @@ class SendWindow {
     const std::string *receiver = nullptr; // its key in the table
     std::list<WindowCall> waiting{};
     std::size_t waiting_bytes = 0;
+    gint64 moved_at = 0; // monotonic microseconds: began to wait, or was answered
     unsigned unanswered = 0;
     std::uint64_t dropped = 0; // since the queue was last empty
     bool in_line = false;      // for the connection's limit
@@ -123,6 +128,7 @@ class SendWindow {
   bool connection_has_room() const;
   int transmit(Queue &queue, WindowCall &call);
   void enqueue(Queue &queue, WindowCall call);
+  std::size_t bound_of(const Queue &queue) const;
   void drop_oldest(Queue &queue, Ended &ended);
   void drop_all(Queue &queue, CallEnd end, Ended &ended);
   void end_of_line(Queue &queue);

@@ -165,6 +165,29 @@ TEST_F(SendWindowTest, CountsWhatIsToBeDelivered) {
   EXPECT_EQ(log.texts(G_LOG_LEVEL_WARNING).size(), 1u);
 }
 
+TEST_F(SendWindowTest, TakesABurstToAReceiverThatDoesNotHang) {
+  open({.unanswered_per_receiver = 1, .queued_bytes = 10'000, .burst_bytes = 30'000});
+  const LogCapture log;
+  for (guint32 i = 0; i <= 30; ++i)
+    send("a.b", i, 1000);
+  EXPECT_EQ(window->dropped(), 0u);
+  EXPECT_EQ(window->waiting(), 30u);
+  send("a.b", 31, 1000);
+  EXPECT_EQ(window->dropped(), 1u);
+}
+
+TEST_F(SendWindowTest, KeepsLessForAReceiverThatHangs) {
+  open({.unanswered_per_receiver = 1,
+        .queued_bytes = 10'000,
+        .burst_bytes = 30'000,
+        .hang_after = 0});
+  const LogCapture log;
+  for (guint32 i = 0; i <= 30; ++i)
+    send("a.b", i, 1000);
+  EXPECT_EQ(window->waiting(), 10u);
+  EXPECT_EQ(window->dropped(), 20u);
+}
+
 TEST_F(SendWindowTest, WarnsAgainWhenTheQueueWasEmptyBetween) {
   open({.unanswered_per_receiver = 1, .queued_bytes = 3'000});
   const LogCapture log;
