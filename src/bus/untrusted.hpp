@@ -17,8 +17,9 @@ template <guint32 type_id>
 bool is_record(const guint8 *data, std::size_t length) noexcept {
   return RecordWalk{data, length}.record(type_id);
 }
+// No byte at all is an empty list.
 inline bool is_declaration_list(const guint8 *data, std::size_t length) noexcept {
-  return RecordWalk{data, length}.declaration_list();
+  return length == 0 || RecordWalk{data, length}.declaration_list();
 }
 // An expression that says where its events go. A call to anywhere else cannot even be built.
 bool is_subscription(const guint8 *data, std::size_t length) noexcept;
