@@ -25,8 +25,8 @@ typedef enum {
 
 /**
  * The text in which a typed value is stored.
- * @param value  the address of the value, or the text itself for VALUE_TYPE_STRING (where NULL gives
- *               NULL)
+ * @param value  the address of the value, or the text itself for VALUE_TYPE_STRING (where NULL
+ * gives NULL)
  * @param type   a ValueType
  * @return a new text, to be released with g_free(); NULL for any other type
  */
@@ -97,8 +97,7 @@ VARRO2_API gint32 connect_to_bus_and_attach_events(GSource **source, sd_bus **bu
 
 /** Flushes, closes and releases the connection, then the source. Waits while the bus daemon does
  * not read. Runs on the thread of the default main context; NULL aborts. */
-VARRO2_API void disconnect_from_bus_and_detach_events(GSource *source,
-                                                      sd_bus *bus) VARRO2_NOEXCEPT;
+VARRO2_API void disconnect_from_bus_and_detach_events(GSource *source, sd_bus *bus) VARRO2_NOEXCEPT;
 
 /**
  * Has the watcher called when the switch comes and goes.

@@ -28,9 +28,9 @@ typedef struct XmlAttribute {
  * other fields are for reading, and are filled through the functions below.
  */
 typedef struct XmlNode {
-  char *name;        /**< NULL until set */
-  GList *children;   /**< of XmlNode *, in document order */
-  char *text;        /**< all character data of the element itself in one, NULL when there is none */
+  char *name;      /**< NULL until set */
+  GList *children; /**< of XmlNode *, in document order */
+  char *text;      /**< all character data of the element itself in one, NULL when there is none */
   GList *attributes; /**< of XmlAttribute *, in document order, each name once */
 } XmlNode;
 

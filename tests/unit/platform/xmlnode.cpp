@@ -1,6 +1,6 @@
 // Building, reading and writing trees.
-#include "logcapture.hpp"
 #include "xmlnode.hpp"
+#include "logcapture.hpp"
 
 #include <gtest/gtest.h>
 
