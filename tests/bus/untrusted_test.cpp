@@ -91,7 +91,7 @@ TEST_F(Untrusted, AnswersThatCannotBeReadAreFailures) {
   switch_.come();
   ConsumerHandle consumer{"asker"};
   EventQuery *query = event_query_new();
-  for (const Bytes &bytes : {Bytes{}, Bytes{9, 9, 9, 9, 9}}) {
+  for (const Bytes &bytes : {Bytes{9}, Bytes{9, 9, 9, 9, 9}}) {
     switch_.answer_bytes("GetPropertyState", bytes);
     switch_.answer_bytes("GetAllDeclarations", bytes);
     switch_.answer_bytes("GetDeclarationTypes", bytes);
