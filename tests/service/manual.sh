@@ -7,7 +7,5 @@ has=$("$program" --help | options)
 named=$(sed -e 's/\\-/-/g' "$page" | options)
 diff <(echo "$has") <(echo "$named")
 "$program" --version | grep -qE '^varro2-switchd [0-9]+\.[0-9]+\.[0-9]+$'
-if command -v groff >/dev/null; then
-  complaints=$(groff -man -Tutf8 -ww "$page" 2>&1 >/dev/null)
-  [[ -z $complaints ]] || { echo "$complaints"; exit 1; }
-fi
+complaints=$(groff -man -Tutf8 -ww "$page" 2>&1 >/dev/null)
+[[ -z $complaints ]] || { echo "$complaints"; exit 1; }
