@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <string>
 
@@ -47,10 +48,14 @@ struct Setting {
   OwnedEvent filled;
 };
 
-// Of the second time: the first may fill caches.
+// The first time may fill caches, and GLib's slices take a new page now and then: so the least of a
+// few times.
 std::size_t cost_of(const std::function<void()> &operation) {
   operation();
-  return allocations_of(operation);
+  std::size_t least = allocations_of(operation);
+  for (int again = 0; again < 8; ++again)
+    least = std::min(least, allocations_of(operation));
+  return least;
 }
 
 class Allocations : public ::testing::TestWithParam<int> {
