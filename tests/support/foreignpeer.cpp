@@ -32,7 +32,7 @@ Variant child(GVariant *tuple, std::size_t index) {
 } // namespace
 
 Variant own(GVariant *variant) {
-  return Variant{g_variant_ref_sink(variant)};
+  return Variant{g_variant_take_ref(variant)};
 }
 
 Variant bytes_variant(const Bytes &bytes) {

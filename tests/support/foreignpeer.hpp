@@ -24,7 +24,7 @@ struct VariantRelease {
 };
 using Variant = std::unique_ptr<GVariant, VariantRelease>;
 
-// Takes a floating reference over.
+// Takes the reference over, also a floating one.
 Variant own(GVariant *variant);
 Variant bytes_variant(const Bytes &bytes);
 Bytes to_bytes(GVariant *array);
