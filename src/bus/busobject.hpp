@@ -46,9 +46,7 @@ template <typename Instance, typename State>
 class ObjectClass {
  public:
   static GType get_type(const char *name) {
-    static gsize type = 0;
-    if (g_once_init_enter(&type))
-      g_once_init_leave(&type, register_type(name));
+    static const GType type = register_type(name);
     return type;
   }
 
@@ -62,6 +60,8 @@ class ObjectClass {
         g_type_register_static_simple(G_TYPE_OBJECT, name, sizeof(GObjectClass), class_init,
                                       sizeof(Instance), instance_init, G_TYPE_FLAG_NONE);
     state_offset_ = g_type_add_instance_private(type, sizeof(State));
+    // Settles the offset before the type is handed to any thread.
+    g_type_class_ref(type);
     return type;
   }
 
