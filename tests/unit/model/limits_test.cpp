@@ -190,11 +190,12 @@ TEST(ContainerAllocations, AnEventReadBackTakesTwo) {
 TEST(ContainerAllocations, WritingAnEventTakesTwo) {
   const auto event = usual_event();
   varro2::BytesRef array;
-  EXPECT_LE(allocations_of([&] {
-              array = varro2::BytesRef::adopt(serialize_create_array());
-              inspectable_serialize_internal(event.get(), array.get());
-            }),
-            3u); // the array itself, with its two parts, and its bytes
+  const auto write = [&] {
+    array = varro2::BytesRef::adopt(serialize_create_array());
+    inspectable_serialize_internal(event.get(), array.get());
+  };
+  write(); // the first time fills what the process keeps
+  EXPECT_LE(allocations_of(write), 3u); // the array itself, with its two parts, and its bytes
   const auto sized = varro2::BytesRef::adopt(g_byte_array_sized_new(4096));
   EXPECT_EQ(allocations_of([&] { inspectable_serialize_internal(event.get(), sized.get()); }), 0u);
 }
@@ -258,6 +259,7 @@ void expect_linear(Make make) {
   std::size_t allocations[2] = {};
   std::size_t bytes[2] = {};
   const std::size_t counts[2] = {most_keys / 10, most_keys};
+  make(counts[1]); // the first time fills what the process keeps
   for (const int at : {0, 1}) {
     const std::size_t before = bytes_held();
     OwnedInspectable made;
