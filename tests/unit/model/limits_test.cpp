@@ -194,7 +194,7 @@ TEST(ContainerAllocations, WritingAnEventTakesTwo) {
     array = varro2::BytesRef::adopt(serialize_create_array());
     inspectable_serialize_internal(event.get(), array.get());
   };
-  write(); // the first time fills what the process keeps
+  write();                              // the first time fills what the process keeps
   EXPECT_LE(allocations_of(write), 3u); // the array itself, with its two parts, and its bytes
   const auto sized = varro2::BytesRef::adopt(g_byte_array_sized_new(4096));
   EXPECT_EQ(allocations_of([&] { inspectable_serialize_internal(event.get(), sized.get()); }), 0u);
