@@ -1,4 +1,5 @@
 #include "registry.hpp"
+#include "texts.hpp"
 
 #include <algorithm>
 
@@ -29,17 +30,6 @@ std::string kind_of(const EventDeclaration *declaration) {
   if (event_declaration_is_internal(declaration))
     kind += ", internal";
   return kind;
-}
-
-std::string topic_of(const EventDeclaration *declaration) {
-  const Inspectable *keys = event_declaration_get_inspectable(declaration);
-  std::string topic;
-  for (int level = 0;; ++level) {
-    const char *value = inspectable_get_value(keys, ("topic" + std::to_string(level)).c_str());
-    if (value == nullptr || *value == '\0')
-      return topic;
-    topic += (level > 0 ? "/" : "") + std::string{value};
-  }
 }
 
 std::string joined(const Ids &ids) {

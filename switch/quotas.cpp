@@ -36,12 +36,17 @@ std::optional<uid_t> Quotas::user_of(sd_bus_message *call) {
     return known->second.user;
   Credentials credentials;
   uid_t user = 0;
-  int status = sd_bus_query_sender_creds(call, SD_BUS_CREDS_EUID, credentials.out());
+  int status =
+      sd_bus_query_sender_creds(call, SD_BUS_CREDS_EUID | SD_BUS_CREDS_PID, credentials.out());
   if (status >= 0)
     status = sd_bus_creds_get_euid(credentials.get(), &user);
   if (status < 0)
     return std::nullopt;
-  clients_[sender].user = user;
+  Client &client = clients_[sender];
+  client.user = user;
+  // A bus need not tell it, and there is none in another name space.
+  if (sd_bus_creds_get_pid(credentials.get(), &client.process) < 0)
+    client.process = 0;
   return user;
 }
 

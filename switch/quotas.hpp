@@ -51,15 +51,23 @@ class Quotas {
 
   void forget_client(const std::string &bus_name) { clients_.erase(bus_name); }
   const std::map<uid_t, Holding> &holdings() const { return holdings_; }
+  const Holding &limits() const { return limits_; }
+
+  struct Client {
+    uid_t user = 0;
+    pid_t process = 0;     // 0: not known
+    unsigned reported = 0; // a bit for each limit
+  };
+  // Nothing for one whose user nobody has asked for.
+  const Client *find_client(const std::string &bus_name) const {
+    const auto found = clients_.find(bus_name);
+    return found != clients_.end() ? &found->second : nullptr;
+  }
 
  private:
   struct Limit {
     const char *what;
     std::size_t Holding::*member;
-  };
-  struct Client {
-    uid_t user = 0;
-    unsigned reported = 0; // a bit for each limit
   };
   static const Limit all_limits_[];
 

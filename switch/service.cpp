@@ -1,5 +1,7 @@
 #include "service.hpp"
 
+#include "status.hpp"
+
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
 
@@ -52,6 +54,13 @@ const sd_bus_vtable Service::control_methods_[] = {
     SD_BUS_VTABLE_END,
 };
 
+const sd_bus_vtable Service::status_methods_[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD_WITH_ARGS(switch_status::get_status, SD_BUS_NO_ARGS, SD_BUS_RESULT("s", status),
+                            handle<&Service::get_status>, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_VTABLE_END,
+};
+
 Service::Service(sd_event *loop, sd_bus *bus, Types types, const Limits &limits)
     : loop_{loop}, bus_{bus}, types_{std::move(types)}, quotas_{limits.per_user},
       clients_{bus, limits.queue}, lookups_{loop,     bus,     registry_,
@@ -64,7 +73,8 @@ int Service::serve() {
   } interfaces[] = {{"com.quor.Event.Switch.Producer", producer_methods_},
                     {"com.quor.Event.Switch.Consumer", consumer_methods_},
                     {"com.quor.Event.Switch.Query", query_methods_},
-                    {"com.quor.Event.Switch", control_methods_}};
+                    {"com.quor.Event.Switch", control_methods_},
+                    {switch_status::interface, status_methods_}};
   for (const auto &[interface, methods] : interfaces)
     if (const int status =
             sd_bus_add_object_vtable(bus_, nullptr, object_path, interface, methods, this);
@@ -114,13 +124,26 @@ int Service::debug(sd_bus_message *call, sd_bus_error *) {
 }
 
 int Service::quit(sd_bus_message *call, sd_bus_error *error) {
-  const std::optional<uid_t> user = quotas_.user_of(call);
-  if (!user || (*user != 0 && *user != geteuid()))
+  if (!is_operator(call))
     return refuse(error, SD_BUS_ERROR_ACCESS_DENIED,
                   "Only root and the switch's own user may end it.");
   g_message("Ending, as %s asked", sender_of(call));
   sd_event_exit(loop_, EXIT_SUCCESS);
   return done(call);
+}
+
+int Service::get_status(sd_bus_message *call, sd_bus_error *error) {
+  if (!is_operator(call))
+    return refuse(error, SD_BUS_ERROR_ACCESS_DENIED,
+                  "Only root and the switch's own user may see who holds what.");
+  const std::string text = status_text({registry_, quotas_, clients_.window(), lookups_.size()});
+  const int status = sd_bus_reply_method_return(call, "s", text.c_str());
+  return status < 0 ? status : handled;
+}
+
+bool Service::is_operator(sd_bus_message *call) {
+  const std::optional<uid_t> user = quotas_.user_of(call);
+  return user && (*user == 0 || *user == geteuid());
 }
 
 int Service::name_owner_changed(sd_bus_message *signal, sd_bus_error *) {

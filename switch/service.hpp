@@ -45,6 +45,7 @@ class Service {
   static const sd_bus_vtable consumer_methods_[];
   static const sd_bus_vtable query_methods_[];
   static const sd_bus_vtable control_methods_[];
+  static const sd_bus_vtable status_methods_[];
 
   // com.quor.Event.Switch.Producer
   int declare(sd_bus_message *call, sd_bus_error *error);
@@ -68,7 +69,13 @@ class Service {
   int debug(sd_bus_message *call, sd_bus_error *error);
   int quit(sd_bus_message *call, sd_bus_error *error);
 
+  // com.quor.Event.Switch.Status
+  int get_status(sd_bus_message *call, sd_bus_error *error);
+
   int name_owner_changed(sd_bus_message *signal, sd_bus_error *error);
+
+  // Whether the caller is root or the switch's own user.
+  bool is_operator(sd_bus_message *call);
 
   void add(const Address &producer, const char *name, OwnedDeclaration declaration,
            const Charge &charge);

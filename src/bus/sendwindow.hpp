@@ -67,6 +67,15 @@ struct SendLimits {
   gint64 hang_after = 10 * G_USEC_PER_SEC; // with nothing moving. Microseconds
 };
 
+// What there is for one receiver.
+struct QueueState {
+  std::size_t unanswered = 0;
+  std::size_t waiting = 0;
+  std::size_t waiting_bytes = 0;
+  std::uint64_t dropped = 0; // since the queue was last empty
+  std::size_t overdue = 0;
+};
+
 // Belongs to one thread, the connection's. Completions may send again and may destroy the window.
 class SendWindow {
  public:
@@ -89,6 +98,18 @@ class SendWindow {
   // Since the window was made.
   std::uint64_t answered() const noexcept { return answered_; }
   std::uint64_t dropped() const noexcept { return dropped_; }
+
+  std::size_t overdue() const noexcept { return 0; }
+
+  // Calls visit(receiver, state) for each receiver for whom there is something.
+  template <typename Visit>
+  void visit_queues(Visit visit) const {
+    for (const auto &[receiver, queue] : queues_)
+      visit(receiver, QueueState{.unanswered = queue.unanswered,
+                                 .waiting = queue.waiting.size(),
+                                 .waiting_bytes = queue.waiting_bytes,
+                                 .dropped = queue.dropped});
+  }
 
   // Called whenever the window has become idle by an answer. Must leave the window alone.
   void set_idle_handler(std::function<void()> handler) { idle_handler_ = std::move(handler); }
