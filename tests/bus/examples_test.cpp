@@ -240,7 +240,9 @@ TEST_F(Examples, EventPrinterWritesJson) {
   const HeldEvent event{event_producer_prepare_event(producer.get(), local_id)};
   const gboolean open = TRUE;
   event_set_value(event.get(), "open", &open);
+  G_GNUC_BEGIN_IGNORE_DEPRECATIONS
   event_set_timestamp(event.get(), GTimeVal{1'700'000'000, 123456});
+  G_GNUC_END_IGNORE_DEPRECATIONS
   EXPECT_TRUE(event_producer_send_event(producer.get(), event.get(), nullptr));
   ASSERT_TRUE(iterate_until([&] { return !json.running() && !onvif.running(); }));
   EXPECT_EQ(json.wait(), 0);

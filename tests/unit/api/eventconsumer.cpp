@@ -131,8 +131,8 @@ TEST_F(Consumers, RefusedSubscriptionIsLogged) {
 }
 
 TEST_F(Consumers, MisuseOfTheInnerSubscribeAborts) {
-  const auto subscribe = [this](EventConsumer *handle, guint32 token, const auto *asked,
-                                EventConsumerEventCallback callback, guint32 type) {
+  const auto subscribe = [](EventConsumer *handle, guint32 token, const auto *asked,
+                            EventConsumerEventCallback callback, guint32 type) {
     event_consumer_int_subscribe(handle, token, asked, NULL, callback, NULL, type, NULL);
   };
   const SubscribeExpression *asked = expression.get();
