@@ -42,7 +42,7 @@ class SubscriberIndex {
     using is_transparent = void;
     std::size_t operator()(const TestView &test) const noexcept {
       return std::hash<std::string_view>{}(test.value) ^
-             (test.key * std::size_t{0x9E3779B97F4A7C15});
+             (test.key * static_cast<std::size_t>(0x9E3779B97F4A7C15)); // on 32 bits: the low half
     }
   };
   struct Equal {
