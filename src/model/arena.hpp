@@ -6,43 +6,69 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <string_view>
 #include <type_traits>
 #include <utility>
 
 namespace varro2 {
 
-// What every absent text points to, so that it needs no memory. Never written to.
+// Stands for an absent text where there is no arena. Never written to.
 inline constexpr char no_text[1] = "";
 
-// How far things moved when the one block of an arena was copied into another.
+// How far things moved when the one block of an arena was copied into another. Calculates in
+// numbers: what is displaced before it gets a new place need not have been in the block.
 struct Displacement {
-  std::ptrdiff_t of_texts;
-  std::ptrdiff_t of_objects;
+  guintptr of_texts;
+  guintptr of_objects;
 
   template <typename T>
   void object(T *&pointer) const noexcept {
     if (pointer != nullptr)
-      pointer = reinterpret_cast<T *>(reinterpret_cast<char *>(pointer) + of_objects);
+      present_object(pointer);
   }
-  // All texts lie in the block, but for the empty one.
-  void text(char *&pointer) const noexcept { pointer += pointer != no_text ? of_texts : 0; }
+  template <typename T>
+  void present_object(T *&pointer) const noexcept {
+    pointer = reinterpret_cast<T *>(reinterpret_cast<guintptr>(pointer) + of_objects);
+  }
+  void text(char *&pointer) const noexcept {
+    pointer = reinterpret_cast<char *>(reinterpret_cast<guintptr>(pointer) + of_texts);
+  }
 };
 
-// Each block is filled from both ends: objects from the front, aligned, texts from the back.
+// Memory behind an object, taken together with it, for its arena to begin with.
+struct Room {
+  std::size_t size;
+  char *at = nullptr; // known once the object's memory was taken
+};
+
+// Each block is filled from both ends: objects from the front, aligned, texts from the back. All
+// absent texts are the last byte of the first block, a NUL that is never written to.
 class Arena {
  public:
   Arena() noexcept = default;
+  // Begins with the room, which must live as long as the arena.
+  explicit Arena(const Room &room) noexcept {
+    if (room.at != nullptr)
+      enter_chunk(new (room.at) Chunk{nullptr, room.size + 1, 0});
+  }
   Arena(Arena &&other) noexcept { *this = std::move(other); }
   Arena &operator=(Arena &&other) noexcept {
     std::swap(chunks_, other.chunks_);
     std::swap(at_, other.at_);
     std::swap(end_, other.end_);
+    std::swap(absent_, other.absent_);
     return *this;
   }
   ~Arena() {
     for (Chunk *chunk = chunks_; chunk != nullptr;)
-      g_free(std::exchange(chunk, chunk->next));
+      if (Chunk *former = std::exchange(chunk, chunk->next); former->total != 0)
+        g_free(former);
+  }
+
+  // What a room of so many bytes takes in all.
+  static constexpr std::size_t memory_of_room(std::size_t size) noexcept {
+    return sizeof(Chunk) + size + 1;
   }
 
   // Makes the next `size` bytes come from one block.
@@ -68,26 +94,29 @@ class Arena {
     end_[value.size()] = '\0';
     return end_;
   }
+  // Something must be in the arena before the first text that is absent.
   char *text(std::string_view value) {
-    return value.empty() ? const_cast<char *>(no_text) : text(value, value.size() + 1);
+    return value.empty() ? absent_ : text(value, value.size() + 1);
   }
+  bool is_absent(const char *text) const noexcept { return text == absent_; }
 
   bool is_one_block() const noexcept { return chunks_ != nullptr && chunks_->next == nullptr; }
+  std::size_t block_size() const noexcept { return chunks_->size - 1 - room(); }
 
-  // A copy of the one block of `source`, without the room that is left in it. Pointers in the copy
-  // still point into the source: the displacement says where to.
-  static Arena copy_block(const Arena &source, Displacement &displacement) {
+  // Fills an empty arena, in which its size was reserved, with a copy of the one block of `source`.
+  // Pointers in the copy still point into the source: the displacement says where to.
+  Displacement copy_block(const Arena &source) {
     const char *const objects = reinterpret_cast<const char *>(source.chunks_ + 1);
     const auto objects_size = static_cast<std::size_t>(source.at_ - objects);
-    const auto texts_size = static_cast<std::size_t>(objects + source.chunks_->size - source.end_);
-    Arena copy;
-    copy.add_chunk(objects_size + texts_size);
-    std::memcpy(copy.at_, objects, objects_size);
-    copy.end_ -= texts_size;
-    std::memcpy(copy.end_, source.end_, texts_size);
-    displacement = {copy.end_ - source.end_, copy.at_ - objects};
-    copy.at_ += objects_size;
-    return copy;
+    const auto texts_size = static_cast<std::size_t>(source.absent_ - source.end_);
+    const Displacement displacement{
+        reinterpret_cast<guintptr>(absent_) - reinterpret_cast<guintptr>(source.absent_),
+        reinterpret_cast<guintptr>(at_) - reinterpret_cast<guintptr>(objects)};
+    std::memcpy(at_, objects, objects_size);
+    at_ += objects_size;
+    end_ -= texts_size;
+    std::memcpy(end_, source.end_, texts_size);
+    return displacement;
   }
 
   static constexpr std::size_t padded(std::size_t size) noexcept {
@@ -98,7 +127,7 @@ class Arena {
   struct Chunk {
     Chunk *next;
     std::size_t size;
-    std::size_t total; // of this chunk and those before it
+    std::size_t total; // of this chunk and those before it; 0 of a room
   };
   static constexpr std::size_t alignment = 8;
   static constexpr std::size_t smallest = 512;
@@ -112,16 +141,39 @@ class Arena {
     }
   }
   void add_chunk(std::size_t size) {
-    auto *chunk = static_cast<Chunk *>(g_malloc(sizeof(Chunk) + size));
-    *chunk = {chunks_, size, size + (chunks_ != nullptr ? chunks_->total : 0)};
+    size += absent_ == nullptr ? 1 : 0;
+    const std::size_t total = size + (chunks_ != nullptr ? chunks_->total : 0);
+    enter_chunk(new (g_malloc(sizeof(Chunk) + size)) Chunk{chunks_, size, total});
+  }
+  void enter_chunk(Chunk *chunk) noexcept {
     chunks_ = chunk;
     at_ = reinterpret_cast<char *>(chunk + 1);
-    end_ = at_ + size;
+    end_ = at_ + chunk->size;
+    if (absent_ == nullptr) {
+      absent_ = --end_;
+      *absent_ = '\0';
+    }
   }
 
   Chunk *chunks_ = nullptr;
   char *at_ = nullptr;
   char *end_ = nullptr;
+  char *absent_ = nullptr;
+};
+
+// An object of this kind can be made with `new (room) T`. The parameter keeps apart what an object
+// and its first member inherit.
+template <typename T>
+struct WithRoom {
+  static void *operator new(std::size_t size) { return ::operator new(size); }
+  static void *operator new(std::size_t size, Room &room) {
+    auto *memory = static_cast<char *>(::operator new(size + Arena::memory_of_room(room.size)));
+    room.at = memory + size;
+    return memory;
+  }
+  static void *operator new(std::size_t, void *place) noexcept { return place; }
+  static void operator delete(void *memory) noexcept { ::operator delete(memory); }
+  static void operator delete(void *memory, Room &) noexcept { ::operator delete(memory); }
 };
 
 // A growing array inside an arena, which keeps its memory; so it can be copied as it is.
@@ -139,12 +191,16 @@ class ArenaVector {
     data_ = grown;
     capacity_ = capacity;
   }
+  void assign(Arena &arena, guint32 size, const T &value) {
+    reserve(arena, size);
+    size_ = size;
+    std::fill_n(data_, size, value);
+  }
   T &push_back(Arena &arena, const T &value) {
     if (size_ == capacity_)
       reserve(arena, capacity_ == 0 ? 4 : 2 * capacity_);
     return data_[size_++] = value;
   }
-  void clear() noexcept { size_ = 0; }
   void displace(Displacement displacement) noexcept { displacement.object(data_); }
 
   T *begin() noexcept { return data_; }

@@ -4,6 +4,8 @@
 #include "arena.hpp"
 #include "pair.hpp"
 
+#include <bit>
+
 namespace varro2 {
 
 // The pairs of one key, or of one value for tests of any key, in order of insertion.
@@ -41,12 +43,10 @@ class BucketTable {
   // The bucket must not be there yet.
   void insert(Arena &arena, const Bucket &bucket) {
     buckets_.push_back(arena, bucket);
-    if (buckets_.size() <= searched_one_by_one)
-      return;
-    if (2 * buckets_.size() > slots_.size())
-      rebuild(arena);
-    else
+    if (2 * buckets_.size() <= slots_.size())
       enter(buckets_.size());
+    else if (buckets_.size() > searched_one_by_one)
+      rebuild(arena);
   }
 
   // The pair joins the bucket of its key, which is made when there is none.
@@ -68,18 +68,27 @@ class BucketTable {
       insert(arena, bucket);
   }
 
-  void displace(Displacement displacement) noexcept {
+  void displace(const Displacement &displacement) noexcept {
     buckets_.displace(displacement);
     slots_.displace(displacement);
     for (Bucket &bucket : buckets_) {
-      displacement.object(bucket.first);
-      displacement.object(bucket.last);
+      displacement.present_object(bucket.first);
+      displacement.present_object(bucket.last);
       for (Pair *pair = bucket.first; pair != nullptr; pair = pair->next)
         pair->displace(displacement);
     }
   }
 
-  void reserve(Arena &arena, guint32 count) { buckets_.reserve(arena, count); }
+  // For so many buckets in all.
+  void reserve(Arena &arena, guint32 count) {
+    buckets_.reserve(arena, count);
+    if (slots_.empty() && count > searched_one_by_one)
+      slots_.assign(arena, slots_for(count), 0);
+  }
+  static constexpr std::size_t storage_size(guint32 count) noexcept {
+    return count * sizeof(Bucket) +
+           (count > searched_one_by_one ? slots_for(count) * sizeof(guint32) : 0);
+  }
   guint32 size() const noexcept { return buckets_.size(); }
   bool empty() const noexcept { return buckets_.empty(); }
   const Bucket *begin() const noexcept { return buckets_.begin(); }
@@ -92,12 +101,10 @@ class BucketTable {
  private:
   static constexpr guint32 searched_one_by_one = 16;
 
+  static constexpr guint32 slots_for(guint32 count) noexcept { return std::bit_ceil(2 * count); }
+
   void rebuild(Arena &arena) {
-    const guint32 size = slots_.empty() ? 4 * searched_one_by_one : 2 * slots_.size();
-    slots_.clear();
-    slots_.reserve(arena, size);
-    for (guint32 slot = 0; slot < size; ++slot)
-      slots_.push_back(arena, 0);
+    slots_.assign(arena, slots_for(buckets_.size()), 0);
     for (guint32 entry = 1; entry <= buckets_.size(); ++entry)
       enter(entry);
   }
@@ -137,6 +144,13 @@ struct AndList {
       wildcards.add(arena, pair);
     else
       keys.add(arena, pair);
+  }
+  void displace(const Displacement &displacement) noexcept {
+    keys.displace(displacement);
+    wildcards.displace(displacement);
+  }
+  std::size_t storage_size() const noexcept {
+    return keys.storage_size(keys.size()) + wildcards.storage_size(wildcards.size());
   }
 };
 

@@ -15,13 +15,14 @@ Inspectable::Inspectable(guint32 of_type) : type{of_type} {
   add_and_list();
 }
 
-Inspectable::Inspectable(const Inspectable &source, guint32 new_type)
-    : type{new_type}, internal{source.internal} {
-  if (source.copies_as_it_is()) {
+Inspectable::Inspectable(const Inspectable &source, guint32 new_type, const varro2::Room &room)
+    : type{new_type}, internal{source.internal}, arena_{room} {
+  const std::size_t size = room.at != nullptr ? room.size : source.storage_size();
+  arena_.reserve(size);
+  if (source.arena_.is_one_block()) {
     copy_block(source);
     return;
   }
-  arena_.reserve(source.storage_size());
   and_lists_.reserve(arena_, source.and_lists_.size());
   for (const AndList &and_list : source.and_lists_)
     copy_pairs(add_and_list(), and_list);
@@ -41,6 +42,7 @@ Inspectable &Inspectable::operator=(Inspectable &&other) noexcept {
   std::swap(tags_, other.tags_);
   std::swap(last_tag_, other.last_tag_);
   std::swap(positions_hidden_, other.positions_hidden_);
+  has_strays_ = other.has_strays_.exchange(has_strays_);
   return *this;
 }
 
@@ -91,6 +93,7 @@ void Inspectable::add_tag(std::string_view tag) {
 // The later declaration of a key wins; its place and its memory stay.
 void Inspectable::redeclare(Bucket &bucket, const PairFields &fields) {
   bucket.first->restart(fields, arena_);
+  look_for_strays(*bucket.first);
   for (Pair *pair = std::exchange(bucket.first->next, nullptr); pair != nullptr;)
     std::exchange(pair, pair->next)->~Pair();
   bucket.last = bucket.first;
@@ -124,10 +127,23 @@ guint32 Inspectable::position_of(const char *key) const noexcept {
   return bucket != nullptr ? and_lists_.back().keys.position_of(*bucket) : INSPECTABLE_NO_INDEX;
 }
 
+// What a copy takes: of a source in one block that block and what its pairs have elsewhere, else of
+// each part.
 std::size_t Inspectable::storage_size() const noexcept {
-  std::size_t size = and_lists_.size() * sizeof(AndList);
+  std::size_t size = 0;
+  if (arena_.is_one_block()) {
+    size = arena_.block_size();
+    if (has_strays_)
+      for (const AndList &and_list : and_lists_)
+        varro2::for_each_pair(and_list, [&size](const Pair &pair) {
+          if (!pair.copies_as_it_is())
+            size += Pair::taken_over_size(pair);
+        });
+    return size;
+  }
+  size = and_lists_.size() * sizeof(AndList);
   for (const AndList &and_list : and_lists_) {
-    size += (and_list.keys.size() + and_list.wildcards.size()) * sizeof(Bucket);
+    size += and_list.storage_size();
     varro2::for_each_pair(and_list,
                           [&size](const Pair &pair) { size += Pair::storage_size(pair); });
   }
@@ -136,36 +152,27 @@ std::size_t Inspectable::storage_size() const noexcept {
   return size;
 }
 
-bool Inspectable::copies_as_it_is() const noexcept {
-  if (!arena_.is_one_block())
-    return false;
-  const auto all_of = [](const auto &table) {
-    for (const Bucket &bucket : table)
-      for (const Pair *pair = bucket.first; pair != nullptr; pair = pair->next)
-        if (!pair->copies_as_it_is())
-          return false;
-    return true;
-  };
-  for (const AndList &and_list : and_lists_)
-    if (!all_of(and_list.keys) || !all_of(and_list.wildcards))
-      return false;
-  return true;
-}
-
 // Copies the one block that everything lies in, then tells each pointer in it where things are now.
 void Inspectable::copy_block(const Inspectable &source) {
-  varro2::Displacement displacement{};
-  arena_ = Arena::copy_block(source.arena_, displacement);
+  const auto displacement = arena_.copy_block(source.arena_);
   and_lists_ = source.and_lists_;
   and_lists_.displace(displacement);
-  for (AndList &and_list : and_lists_) {
-    and_list.keys.displace(displacement);
-    and_list.wildcards.displace(displacement);
-  }
+  for (AndList &and_list : and_lists_)
+    and_list.displace(displacement);
   tags_ = source.tags_;
   last_tag_ = source.last_tag_;
   displacement.object(last_tag_);
   varro2::displace_tags(tags_, displacement);
+  if (!source.has_strays_)
+    return;
+  for (const AndList &and_list : source.and_lists_)
+    varro2::for_each_pair(and_list, [&](const Pair &pair) {
+      if (pair.copies_as_it_is())
+        return;
+      auto *copy = const_cast<Pair *>(&pair);
+      displacement.present_object(copy);
+      copy->take_over(pair, arena_);
+    });
 }
 
 void Inspectable::copy_pairs(AndList &to, const AndList &from) {
@@ -196,6 +203,23 @@ constexpr guint32 smallest_record_of_and_list = 5;
 constexpr guint32 smallest_record_of_bucket = 24;
 constexpr guint32 usual_texts_of_pair = 64;
 
+// How many of the announced buckets the rest of a record can hold: a broken count must not make us
+// take more than that.
+guint32 expected_buckets(guint32 announced, guint32 remaining) noexcept {
+  return std::min(announced, remaining / smallest_record_of_bucket);
+}
+
+std::size_t storage_to_read(guint32 and_lists, guint32 buckets, guint32 remaining) noexcept {
+  const guint32 texts =
+      std::min(remaining - buckets * smallest_record_of_bucket, buckets * usual_texts_of_pair);
+  return and_lists * sizeof(AndList) + varro2::BucketTable<varro2::ByKey>::storage_size(buckets) +
+         buckets * sizeof(Pair) + texts;
+}
+
+guint32 expected_and_lists(guint32 announced, guint32 remaining) noexcept {
+  return std::min(announced, 1 + remaining / smallest_record_of_and_list);
+}
+
 } // namespace
 
 Bucket Inspectable::read_bucket(Reader &reader, PairFields &fields) {
@@ -213,6 +237,7 @@ Bucket Inspectable::read_bucket(Reader &reader, PairFields &fields) {
       const std::string_view tag = reader.text();
       last_tag = pair->store_tag(last_tag, tag.data(), tag.size(), arena_);
     }
+    look_for_strays(*pair);
     if (bucket.first == nullptr) {
       bucket.key = pair->key;
       bucket.first = pair;
@@ -232,13 +257,8 @@ void Inspectable::read_and_list(Reader &reader, guint16 still_to_come) {
                    record == SERIALIZE_ID_ANDLIST);
   const auto read_table = [&](auto &table, guint32 and_lists) {
     const guint16 count = reader.u16();
-    // A broken count must not make us take more than the record can fill.
-    const guint32 expected =
-        std::min<guint32>(count, reader.remaining() / smallest_record_of_bucket);
-    const guint32 texts = std::min(reader.remaining() - expected * smallest_record_of_bucket,
-                                   expected * usual_texts_of_pair);
-    arena_.reserve(and_lists * sizeof(AndList) + expected * (sizeof(Bucket) + sizeof(Pair)) +
-                   texts);
+    const guint32 expected = expected_buckets(count, reader.remaining());
+    arena_.reserve(storage_to_read(and_lists, expected, reader.remaining()));
     and_lists_.reserve(arena_, and_lists);
     table.reserve(arena_, expected);
     PairFields fields; // of one pair after the other
@@ -246,13 +266,32 @@ void Inspectable::read_and_list(Reader &reader, guint16 still_to_come) {
       table.put(arena_, read_bucket(reader, fields));
   };
   AndList and_list;
-  read_table(and_list.keys, std::min<guint32>(still_to_come, 1 + reader.remaining() /
-                                                                     smallest_record_of_and_list));
+  read_table(and_list.keys, expected_and_lists(still_to_come, reader.remaining()));
   read_table(and_list.wildcards, 0);
   and_lists_.push_back(arena_, and_list);
 }
 
-Inspectable Inspectable::read(Reader &reader) {
+varro2::Room Inspectable::room_to_read(const guint8 *record, std::size_t length) noexcept {
+  // Up to the number of buckets in the key table of the first and-list.
+  constexpr std::size_t head = 8;
+  if (length < head)
+    return {0};
+  guint32 index = 0;
+  Reader reader{record, static_cast<guint32>(length), &index};
+  reader.u8();
+  const guint16 and_lists = reader.u16();
+  reader.u8();
+  reader.u8();
+  if (and_lists == 0)
+    return {0};
+  reader.u8();
+  const guint16 announced = reader.u16();
+  const guint32 left = reader.remaining();
+  return {storage_to_read(expected_and_lists(and_lists, left), expected_buckets(announced, left),
+                          left)};
+}
+
+Inspectable Inspectable::read(Reader &reader, const varro2::Room &room) {
   static constexpr const char *function = "inspectable_deserialize_internal";
   const guint8 record = reader.u8();
   const guint16 and_list_count = reader.u16();
@@ -260,7 +299,7 @@ Inspectable Inspectable::read(Reader &reader) {
                    record == SERIALIZE_ID_INSPECTABLE);
   const guint8 type_read = reader.u8();
   VARRO2_ASSERT_AS(function, "inspect_type <= IT_PROPERTY_STATE", varro2::is_valid_type(type_read));
-  Inspectable inspect{type_read, WithoutAndList{}};
+  Inspectable inspect{type_read, WithoutAndList{}, room};
   inspect.internal = reader.u8();
   inspect.positions_hidden_ = type_read == IT_EVENT_DECLARATION;
   for (guint16 read = 0; read < and_list_count; ++read)

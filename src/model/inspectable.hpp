@@ -9,6 +9,8 @@
 
 #include <varro2/inspectable.h>
 
+#include <atomic>
+
 namespace varro2 {
 
 // The record of one pair, also of one outside a container.
@@ -27,18 +29,27 @@ inline bool is_valid_type(guint32 type) noexcept {
 
 } // namespace varro2
 
-struct Inspectable final {
+struct Inspectable final : varro2::WithRoom<Inspectable> {
   // With one empty and-list.
   explicit Inspectable(guint32 type);
-  Inspectable(const Inspectable &source, guint32 new_type);
+  // The room, if any, comes from room_for_copy() and lies behind what the new one is part of.
+  Inspectable(const Inspectable &source, guint32 new_type, const varro2::Room &room = {});
   Inspectable(const Inspectable &source) : Inspectable{source, source.type} {}
   Inspectable(Inspectable &&other) noexcept;
   Inspectable &operator=(Inspectable &&other) noexcept;
-  ~Inspectable() { destroy_pairs(); }
+  ~Inspectable() {
+    if (has_strays_)
+      destroy_pairs();
+  }
 
   template <class Sink>
   void write(Sink &sink) const;
-  static Inspectable read(varro2::Reader &reader);
+  // The room, if any, comes from room_to_read() of the same record.
+  static Inspectable read(varro2::Reader &reader, const varro2::Room &room = {});
+
+  varro2::Room room_for_copy() const noexcept { return {storage_size()}; }
+  // Looks at a record that may be broken.
+  static varro2::Room room_to_read(const guint8 *record, std::size_t length) noexcept;
 
   // The new and-list becomes the current one.
   varro2::AndList &add_and_list();
@@ -50,11 +61,25 @@ struct Inspectable final {
   // in a container read from a record without any.
   const varro2::Pair *find(const char *key) const noexcept;
   varro2::Pair *find(const char *key) noexcept;
-  // Sets a text of a pair that find() gave.
+  // All three change a pair that find() gave.
   varro2::OwnedText set_text(varro2::Pair &pair, varro2::Text which, std::string_view text) {
-    return pair.set_text(which, text, arena_);
+    varro2::OwnedText former = pair.set_text(which, text, arena_);
+    look_for_strays(pair);
+    return former;
   }
-  void set_value(varro2::Pair &pair, std::string_view text) { pair.set_value(text, arena_); }
+  void set_value(varro2::Pair &pair, std::string_view text) {
+    pair.set_value(text, arena_);
+    look_for_strays(pair);
+  }
+  void add_key_tag(varro2::Pair &pair, const char *tag) {
+    varro2::add_tag_once(pair, tag);
+    look_for_strays(pair);
+  }
+  // As find(), for somebody who can give the pair tags by the pair's own functions.
+  const varro2::Pair *lend(const char *key) const noexcept {
+    has_strays_ = true;
+    return find(key);
+  }
   // How many keys the positional accessors see, and the pair at a position or null.
   guint32 key_count() const noexcept;
   const varro2::Pair *at(guint32 position) const noexcept;
@@ -68,10 +93,14 @@ struct Inspectable final {
 
  private:
   struct WithoutAndList {};
-  Inspectable(guint32 of_type, WithoutAndList) noexcept : type{of_type} {}
+  Inspectable(guint32 of_type, WithoutAndList, const varro2::Room &room = {}) noexcept
+      : type{of_type}, arena_{room} {}
 
+  void look_for_strays(const varro2::Pair &pair) noexcept {
+    if (!pair.copies_as_it_is())
+      has_strays_ = true;
+  }
   std::size_t storage_size() const noexcept;
-  bool copies_as_it_is() const noexcept;
   void copy_block(const Inspectable &source);
   void copy_pairs(varro2::AndList &to, const varro2::AndList &from);
   varro2::Pair *store(const varro2::PairFields &fields);
@@ -88,6 +117,9 @@ struct Inspectable final {
   // A declaration read from its record answers positional questions as if it had no keys until one
   // is added.
   bool positions_hidden_ = false;
+  // Whether a pair may have something outside the arena, or a tag twice. Threads that read one
+  // container may lend its pairs at the same time.
+  mutable std::atomic<bool> has_strays_ = false;
 };
 
 namespace varro2 {

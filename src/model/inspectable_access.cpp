@@ -38,7 +38,7 @@ gint32 truncated(double number) noexcept {
 const KeyValue *inspectable_get_key_value(const Inspectable *inspect, const char *key) noexcept {
   VARRO2_ASSERT(inspect != NULL);
   VARRO2_ASSERT(key != NULL);
-  return inspect->find(key);
+  return inspect->lend(key);
 }
 
 const char *inspectable_get_value(const Inspectable *inspect, const char *key) noexcept {

@@ -19,7 +19,8 @@ void inspectable_free(Inspectable *inspect) noexcept {
 Inspectable *inspectable_copy(const Inspectable *source, guint32 new_type) noexcept {
   VARRO2_ASSERT(source != NULL);
   VARRO2_ASSERT(new_type <= IT_PROPERTY_STATE);
-  return new Inspectable{*source, new_type};
+  varro2::Room room = source->room_for_copy();
+  return new (room) Inspectable{*source, new_type, room};
 }
 
 gboolean inspectable_or(Inspectable *inspect) noexcept {
@@ -163,7 +164,7 @@ gboolean inspectable_add_key_tag(Inspectable *inspect, const char *key, const ch
   Pair *pair = inspect->find(key);
   if (pair == nullptr)
     return FALSE;
-  varro2::add_tag_once(*pair, tag);
+  inspect->add_key_tag(*pair, tag);
   return TRUE;
 }
 

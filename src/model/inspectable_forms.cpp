@@ -74,7 +74,8 @@ Inspectable *inspectable_deserialize_internal(const GByteArray *array, guint32 *
   VARRO2_ASSERT(array != NULL);
   VARRO2_ASSERT(indx != NULL);
   varro2::Reader reader{array, indx};
-  return new Inspectable{Inspectable::read(reader)};
+  varro2::Room room = Inspectable::room_to_read(array->data + *indx, reader.remaining());
+  return new (room) Inspectable{Inspectable::read(reader, room)};
 }
 
 XmlNode *inspectable_serialize_xml(const Inspectable *insp) noexcept {

@@ -134,7 +134,7 @@ Pair::Pair(const PairFields &fields, Arena &arena) : KeyValue{} {
   set_plain(fields);
   const std::string_view text = fields.texts[text_value];
   value_capacity_ = static_cast<guint32>(value_room(text.size(), value_settable));
-  value = value_capacity_ != 0 ? arena.text(text, value_capacity_) : const_cast<char *>(no_text);
+  value = value_capacity_ != 0 ? arena.text(text, value_capacity_) : arena.text(text);
   for (unsigned which = text_value + 1; which < text_count; ++which)
     this->*text_members[which] = arena.text(fields.texts[which]);
 }
@@ -156,7 +156,7 @@ void Pair::free_own() noexcept {
 
 OwnedText Pair::set_text(Text which, std::string_view text, Arena &arena) {
   char *&member = this->*text_members[which];
-  const bool absent = member == no_text;
+  const bool absent = arena.is_absent(member);
   if (text.empty()) {
     if (!absent)
       *member = '\0';
@@ -214,6 +214,13 @@ bool Pair::has_stored_tags_once() const noexcept {
   return true;
 }
 
+std::size_t Pair::tags_size(const GList *tags) noexcept {
+  std::size_t size = 0;
+  for (const GList *tag = tags; tag != nullptr; tag = tag->next)
+    size += sizeof(GList) + view_of(static_cast<const char *>(tag->data)).size() + 1;
+  return size;
+}
+
 std::size_t Pair::storage_size(const KeyValue &pair) noexcept {
   std::size_t size =
       sizeof(Pair) + value_room(std::strlen(text_or_empty(pair.value)), pair.value_settable);
@@ -222,16 +229,39 @@ std::size_t Pair::storage_size(const KeyValue &pair) noexcept {
     if (!is_empty(text))
       size += std::strlen(text) + 1;
   }
-  for (const GList *tag = pair.tags; tag != nullptr; tag = tag->next)
-    size += sizeof(GList) + view_of(static_cast<const char *>(tag->data)).size() + 1;
+  return size + tags_size(pair.tags);
+}
+
+void Pair::take_over(const Pair &source, Arena &arena) {
+  own_texts_ = 0;
+  for (unsigned which = 0; which < text_count; ++which)
+    if ((source.own_texts_ & bit_of(which)) != 0) {
+      const std::string_view text = source.*text_members[which];
+      this->*text_members[which] = arena.text(text);
+      if (which == text_value)
+        value_capacity_ = static_cast<guint32>(text.empty() ? 0 : text.size() + 1);
+    }
+  tags = nullptr;
+  stored_tags_ = 0;
+  store_tags_once(source.tags, arena);
+}
+
+std::size_t Pair::taken_over_size(const Pair &source) noexcept {
+  std::size_t size = tags_size(source.tags);
+  for (unsigned which = 0; which < text_count; ++which)
+    if ((source.own_texts_ & bit_of(which)) != 0)
+      size += std::strlen(source.*text_members[which]) + 1;
   return size;
 }
 
-void displace_tags(GList *&tags, Displacement displacement) noexcept {
+void displace_tags(GList *&tags, const Displacement &displacement) noexcept {
   displacement.object(tags);
   for (GList *tag = tags; tag != nullptr; tag = tag->next) {
-    if (tag->data != nullptr)
-      tag->data = static_cast<char *>(tag->data) + displacement.of_texts;
+    if (tag->data != nullptr) {
+      auto *text = static_cast<char *>(tag->data);
+      displacement.text(text);
+      tag->data = text;
+    }
     displacement.object(tag->next);
     displacement.object(tag->prev);
   }

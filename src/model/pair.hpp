@@ -62,7 +62,7 @@ inline bool is_empty(const char *text) noexcept {
 bool set_fields(PairFields &fields, std::string_view key, bool has_key, gboolean key_wildcard,
                 std::string_view value, gboolean value_wildcard, gboolean negated);
 
-void displace_tags(GList *&tags, Displacement displacement) noexcept;
+void displace_tags(GList *&tags, const Displacement &displacement) noexcept;
 
 struct Pair final : KeyValue {
   // On its own: every text and tag from GLib's allocator.
@@ -100,7 +100,9 @@ struct Pair final : KeyValue {
   bool copies_as_it_is() const noexcept {
     return own_texts_ == 0 && (tags == nullptr || has_stored_tags_once());
   }
-  void displace(Displacement displacement) noexcept {
+  // After the arena's block was copied with the pair in it. Tags outside the arena stay the
+  // source's.
+  void displace(const Displacement &displacement) noexcept {
     displacement.text(value);
     displacement.text(value_user_string);
     displacement.text(key_nice_name);
@@ -108,15 +110,19 @@ struct Pair final : KeyValue {
     displacement.text(name_space);
     displacement.text(complex_type_name);
     displacement.object(next);
-    if (tags != nullptr)
+    if (tags != nullptr && has_stored_tags_once())
       displace_tags(tags, displacement);
   }
+  // Then, for one that does not copy as it is: takes what the source has outside its arena.
+  void take_over(const Pair &source, Arena &arena);
+  static std::size_t taken_over_size(const Pair &source) noexcept;
 
   Pair *next = nullptr; // the next pair of the same bucket
 
  private:
   void set_plain(const PairFields &fields) noexcept;
   bool has_stored_tags_once() const noexcept;
+  static std::size_t tags_size(const GList *tags) noexcept;
   void free_own() noexcept;
 
   guint32 value_capacity_ = 0;         // bytes at value that may be written, the NUL included

@@ -3,17 +3,19 @@
 #include "preconditions.hpp"
 #include "subscribeexpression.hpp"
 
-Event Event::read(varro2::Reader &reader) {
+Event *Event::read_new(const GByteArray &array, guint32 &indx) {
+  varro2::Reader reader{&array, &indx};
   const guint8 type = reader.u8();
   VARRO2_ASSERT_AS("event_deserialize_internal", "type == SERIALIZE_ID_EVENT",
                    type == SERIALIZE_ID_EVENT);
-  return Event{.inspectable = Inspectable::read(reader),
-               .user_data = varro2::UserData::read(reader),
-               .timestamp = varro2::read_timestamp(reader),
-               .global_id = reader.u32(),
-               .local_id = reader.u32(),
-               .producer_id = reader.u32(),
-               .property = reader.u8()};
+  varro2::Room room = Inspectable::room_to_read(array.data + indx, reader.remaining());
+  return new (room) Event{.inspectable = Inspectable::read(reader, room),
+                          .user_data = varro2::UserData::read(reader),
+                          .timestamp = varro2::read_timestamp(reader),
+                          .global_id = reader.u32(),
+                          .local_id = reader.u32(),
+                          .producer_id = reader.u32(),
+                          .property = reader.u8()};
 }
 
 void varro2::stamp_now_if_unset(Event &event) {
@@ -33,7 +35,14 @@ void event_free(Event *event) noexcept {
 
 Event *event_copy(const Event *event_src) noexcept {
   VARRO2_EXPECT(event_src != NULL, nullptr);
-  return new Event{*event_src};
+  varro2::Room room = event_src->inspectable.room_for_copy();
+  return new (room) Event{.inspectable = Inspectable{event_src->inspectable, IT_EVENT, room},
+                          .user_data = event_src->user_data,
+                          .timestamp = event_src->timestamp,
+                          .global_id = event_src->global_id,
+                          .local_id = event_src->local_id,
+                          .producer_id = event_src->producer_id,
+                          .property = event_src->property};
 }
 
 /* ---- Content ---- */
@@ -180,8 +189,7 @@ Event *event_deserialize(const GByteArray *array) noexcept {
 Event *event_deserialize_internal(const GByteArray *array, guint32 *indx) noexcept {
   VARRO2_ASSERT(array != NULL);
   VARRO2_ASSERT(indx != NULL);
-  varro2::Reader reader{array, indx};
-  return new Event(Event::read(reader));
+  return Event::read_new(*array, *indx);
 }
 
 void event_print(const Event *event) noexcept {

@@ -9,7 +9,7 @@
 
 #include <varro2/event.h>
 
-struct Event final {
+struct Event final : varro2::WithRoom<Event> {
   Inspectable inspectable{IT_EVENT};
   varro2::UserData user_data{};
   varro2::DateTimeRef timestamp{}; // UTC
@@ -30,7 +30,7 @@ struct Event final {
     sink.u8(static_cast<guint8>(property));
   }
 
-  static Event read(varro2::Reader &reader);
+  static Event *read_new(const GByteArray &array, guint32 &indx);
 };
 
 namespace varro2 {

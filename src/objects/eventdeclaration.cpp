@@ -179,11 +179,12 @@ Event *event_declaration_get_property_event(const EventDeclaration *declaration)
 
 Event *event_declaration_generate_event(const EventDeclaration *declaration) noexcept {
   VARRO2_EXPECT(declaration != NULL, nullptr);
-  return new Event{.inspectable = Inspectable{declaration->inspectable, IT_EVENT},
-                   .global_id = declaration->global_id,
-                   .local_id = declaration->local_id,
-                   .producer_id = declaration->producer_id,
-                   .property = declaration->property};
+  varro2::Room room = declaration->inspectable.room_for_copy();
+  return new (room) Event{.inspectable = Inspectable{declaration->inspectable, IT_EVENT, room},
+                          .global_id = declaration->global_id,
+                          .local_id = declaration->local_id,
+                          .producer_id = declaration->producer_id,
+                          .property = declaration->property};
 }
 
 gboolean event_declaration_contains(const EventDeclaration *declaration,
