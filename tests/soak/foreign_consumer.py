@@ -7,6 +7,7 @@ GDBus's, the records are written and read here.
 import os
 import struct
 import sys
+import threading
 import time
 
 import gi
@@ -19,10 +20,7 @@ SWITCH = "com.quor.Event.Switch"
 SWITCH_PATH = "/com/quor/Event/Switch"
 SWITCH_CONSUMER = "com.quor.Event.Switch.Consumer"
 PATH = "/com/quor/Event/Consumer/foreign"
-INTERFACE = """<node><interface name="com.quor.Event.Consumer">
-<method name="Event"><arg type="ay" direction="in"/><arg type="u" direction="in"/></method>
-<method name="Notification"><arg type="ay" direction="in"/><arg type="u" direction="in"/></method>
-<property name="Name" type="s" access="read"/></interface></node>"""
+INTERFACE = "com.quor.Event.Consumer"
 
 EVENT, INSPECTABLE, AND_LIST, BUCKET, PAIR, EXPRESSION = 0xF1, 0xF2, 0xF3, 0xF4, 0xF5, 0xF6
 EXPRESSION_CONTAINER, STRING = 2, 4
@@ -134,6 +132,7 @@ class Consumer:
         self.loop = GLib.MainLoop()
         self.subscriptions = {}     # number: (token, record)
         self.numbers = {}           # by token
+        self.lock = threading.Lock()    # for the numbers
         self.tokens = 0
         self.open_calls = 0
         self.online = False
@@ -141,8 +140,8 @@ class Consumer:
                  Gio.DBusConnectionFlags.MESSAGE_BUS_CONNECTION)
         self.bus = Gio.DBusConnection.new_for_address_sync(
             os.environ["DBUS_SYSTEM_BUS_ADDRESS"], flags, None, None)
-        interface = Gio.DBusNodeInfo.new_for_xml(INTERFACE).interfaces[0]
-        self.bus.register_object(PATH, interface, self.called, lambda *_: GLib.Variant("s", name))
+        # Not as a registered object: the binding keeps each call that is made to one.
+        self.bus.add_filter(self.filter)
         Gio.bus_watch_name_on_connection(self.bus, SWITCH, Gio.BusNameWatcherFlags.NONE,
                                          self.switch_came, self.switch_went)
         self.input = b""
@@ -176,16 +175,23 @@ class Consumer:
     def switch_went(self, *_):
         self.online = False
 
-    def called(self, _bus, _sender, _path, _interface, member, arguments, invocation):
-        if member == "Event":
-            data, token = bytes(arguments.get_child_value(0).get_data_as_bytes().get_data()), \
-                arguments.get_child_value(1).get_uint32()
-            if token in self.numbers:
-                try:
-                    self.received(read_event(data), self.numbers[token])
-                except (ValueError, KeyError, struct.error) as error:
-                    self.line("bad", error)
-        invocation.return_value(None)
+    def filter(self, bus, message, incoming):
+        """Answers the calls to the object. Runs on a thread of the bus's."""
+        if (not incoming or message.get_message_type() != Gio.DBusMessageType.METHOD_CALL or
+                (message.get_path(), message.get_interface()) != (PATH, INTERFACE)):
+            return message
+        if message.get_member() == "Event":
+            body = message.get_body()
+            data = body.get_child_value(0).get_data_as_bytes().get_data()
+            token = body.get_child_value(1).get_uint32()
+            with self.lock:
+                if token in self.numbers:
+                    try:
+                        self.received(read_event(data), self.numbers[token])
+                    except (ValueError, KeyError, struct.error) as error:
+                        self.line("bad", error)
+        bus.send_message(message.new_method_reply(), Gio.DBusSendMessageFlags.NONE)
+        return None
 
     def received(self, keys, number):
         count, declaration = int(keys["number"]), int(keys["declaration"])
@@ -210,16 +216,18 @@ class Consumer:
             self.tokens += 1
             number, record = int(words[1]), expression_record(expressions.parse(words[2]))
             self.subscriptions[number] = self.tokens, record
-            self.numbers[self.tokens] = number
+            with self.lock:
+                self.numbers[self.tokens] = number
+            self.line("b", number, self.tokens, time.monotonic_ns())
             if self.online:
                 self.send(self.tokens, record)
-            self.line("b", number, self.tokens, time.monotonic_ns())
             print("subscribed", number, self.tokens, flush=True)
         elif words[0] == "unsubscribe":
             number = int(words[1])
             self.line("x", number, time.monotonic_ns())
             token, _ = self.subscriptions.pop(number)
-            del self.numbers[token]
+            with self.lock:
+                del self.numbers[token]
             self.call_switch("Unsubscribe", GLib.Variant("(su)", (PATH, token)))
             self.line("y", number, time.monotonic_ns())
         elif words[0] == "refresh":
@@ -233,7 +241,8 @@ class Consumer:
                           priority=GLib.PRIORITY_LOW)
         elif words[0] == "end":
             self.line("x 0", time.monotonic_ns())
-            self.numbers.clear()
+            with self.lock:
+                self.numbers.clear()
             self.call_switch("Disconnect", GLib.Variant("(s)", (PATH,)))
             GLib.timeout_add(5, lambda: self.open_calls > 0 or self.loop.quit())
 

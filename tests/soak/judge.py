@@ -257,13 +257,17 @@ class Judge:
                            pair):
         producer = self.producers[name]
         intervals = self.live_intervals(pair, producer, stream, subscription)
-        wanted = [event for event in sorted(stream.offered) if event not in stream.refused and
+        had = set(received)
+        # Before the first introduction and after the last nothing can be missing.
+        first = min((call for call, _, _ in self.witness.introduced[pair]), default=NEVER)
+        final = max((end for _, _, end in intervals), default=0)
+        wanted = [event for event, time in stream.offered.items()
+                  if (first <= time <= final or event in had) and event not in stream.refused and
                   expressions.matches(expressions.event_keys(name, declaration, stream.kind, event),
                                       subscription.expression)]
         if stream.property:
-            self.judge_first_value(where, producer, stream, subscription, wanted, received,
+            self.judge_first_value(where, producer, stream, subscription, name, declaration, had,
                                    intervals)
-        had = set(received)
         last = max(had, default=0)
         end = min(subscription.ending, producer.killed)
         missing_runs, in_run = 0, False
@@ -286,8 +290,9 @@ class Judge:
                 missing_runs += 1
             in_run = True
         # Between two introductions one stretch may be missing, and none without a switch that went.
-        ends = sum(1 for time in self.switch_kills
-                   if intervals_span(stream, received, time))
+        # The producer may serve for a moment longer than the switch lives.
+        sent_last = stream.offered.get(last, 0)
+        ends = sum(1 for time in self.switch_kills if first < time < sent_last)
         if missing_runs > ends:
             self.faults.append(f"{where}: events are missing in {missing_runs} places, and the "
                                f"switch ended {ends} times meanwhile")
@@ -308,32 +313,25 @@ class Judge:
         return taken is not None and any(answer < stream.offered[event] and taken < end
                                          for _, answer, end in intervals)
 
-    def judge_first_value(self, where, producer, stream, subscription, wanted, received, intervals):
+    def judge_first_value(self, where, producer, stream, subscription, name, declaration, had,
+                          intervals):
         """Whoever subscribes to a property gets the value that it has."""
-        had = set(received)
         times = sorted((time, event) for event, time in stream.taken.items())
-        for call, answer, end in intervals:
+        for call, answer, _ in intervals:
             at = bisect.bisect_left(times, (call, 0)) - 1
-            if at < 0:
+            event = times[at][1] if at >= 0 else None
+            if event is None or event in had or not expressions.matches(
+                    expressions.event_keys(name, declaration, stream.kind, event),
+                    subscription.expression):
                 continue
-            event = times[at][1]
-            if event not in wanted or any(call <= stream.taken.get(other, NEVER) and
-                                          time <= answer
-                                          for other, time in stream.offered.items()
-                                          if other > event):
-                continue    # another value may have come between
-            if event not in stream.taken or event in had:
+            # Another value may have come between.
+            if any(other > event and other not in stream.refused and time <= answer
+                   for other, time in stream.offered.items()):
                 continue
-            cut = min(subscription.ending, producer.killed)
-            if cut < NEVER and producer.settled_after(answer) >= cut:
+            end = min(subscription.ending, producer.killed)
+            if end < NEVER and producer.settled_after(answer) >= end:
                 continue
             self.faults.append(f"{where}: event {event}, the property's value, is lost")
-
-
-def intervals_span(stream, received, time):
-    """Whether the switch's end lies between events that came."""
-    offers = [stream.offered[event] for event in received if event in stream.offered]
-    return bool(offers) and min(offers) < time < max(offers)
 
 
 def main():

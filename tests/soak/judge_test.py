@@ -125,6 +125,14 @@ class Faults(unittest.TestCase):
         self.assertEqual(run.faults(),
                          ["c00.1 subscription 1 from p00.1 declaration 3: event 4 is lost"])
 
+    def test_the_producer_may_serve_a_moment_longer_than_the_switch_lives(self):
+        run = Run()
+        run.life.append({"what": "switch ends", "time": 109})
+        run.witness += ["owner - 126", "owner :1.9 130", "S :1.9 :1.2 7 :1.3 4 180",
+                        "A :1.9 :1.2 7 :1.3 4 185"]
+        run.lose(2, 3)
+        self.assertEqual(run.faults(), [])
+
     def test_two_stretches_need_two_ends_of_the_switch(self):
         run = Run()
         run.life.append({"what": "switch ends", "time": 125})

@@ -191,13 +191,14 @@ class Life:
 
     def end_switch(self, number):
         self.write("switch ends")
+        # Before the other signal: later it would undo the stop with which a leak check begins.
+        self.resume_switch(self.switch)
         process, self.switch = self.switch, None
         process.signal(number)
         if number == signal.SIGKILL:
             self.count["killed switch"] += 1
             process.close()
         else:
-            process.signal(signal.SIGCONT)
             self.check_end(process)
 
     def resume(self, client):
@@ -486,6 +487,7 @@ class Life:
             watched.append((self.switch.name, self.switch.pid))
         for name, pid in watched:
             self.series.setdefault(name, Series(name)).add(self.seconds(), measure(pid))
+            # The interpreter's memory is not ours.
             if name != "c00.1" or self.options.no_foreign:
                 self.judged.add(name)
         if not self.options.quiet:

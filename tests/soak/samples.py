@@ -2,6 +2,7 @@
 import os
 import pathlib
 
+FEWEST = 20     # points that tell something
 BLOCKS = " ▁▂▃▄▅▆▇█"
 
 
@@ -43,8 +44,7 @@ class Series:
         return slope * (half[-1][0] - half[0][0]), mean
 
     def faults(self):
-        # A few points tell nothing.
-        if len(self.points) < 20:
+        if len(self.points) < FEWEST:
             return []
         found = []
         rise, mean = self.rise(1)

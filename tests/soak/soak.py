@@ -63,7 +63,7 @@ def report(run, verdict, faults):
         ("events received", count["received"]),
         ("of these required", count["required"] - count["went with an end"]),
         ("went with a process's end", count["went with an end"]),
-        ("not introduced then", count["not introduced"]),
+        ("between two introductions", count["not introduced"]),
         ("property values repeated", count["repeated"]),
         ("dropped from full queues", run.count["dropped"]),
         ("warnings in the logs", run.count["warnings"]),
@@ -71,7 +71,7 @@ def report(run, verdict, faults):
     print("\n  memory of its own, and descriptors, begin to end; the rise is that of a line through "
           "the second half")
     for series in run.series.values():
-        if len(series.points) < 3:
+        if len(series.points) < samples.FEWEST:
             continue
         memory, descriptors = series.rise(1), series.rise(2)
         print(f"  {series.name:<9} {series.chart(1)} {memory[1]:7.0f} kB, rise {memory[0]:+6.0f} kB, "
