@@ -2,13 +2,17 @@
 
 #include <varro2/notification.h>
 
+#include <algorithm>
+#include <functional>
+#include <ranges>
+
 namespace varro2::switchd {
 namespace {
 
 using OwnedNotification = Owned<Notification, notification_free>;
 
 // Nearly all that a bus daemon allows a connection (128): the switch makes no other calls that
-// wait, and every client that hangs keeps its share until its calls run out of time.
+// wait.
 constexpr unsigned unanswered = 112;
 
 } // namespace
@@ -17,8 +21,33 @@ BytesRef serialize(const SubscribeExpression &expression) {
   return BytesRef::adopt(subscribe_expression_serialize(&expression));
 }
 
-Clients::Clients(sd_bus *bus, std::size_t queue_limit)
-    : window_{bus, {.unanswered = unanswered, .queued_bytes = queue_limit}} {}
+Clients::Clients(sd_event *loop, sd_bus *bus, std::size_t queue_limit)
+    : window_{bus, {.unanswered = unanswered, .queued_bytes = queue_limit}},
+      scout_{loop, bus, [this](const std::string &client) { return window_.holds_back(client); },
+             [this](const std::string &client) { window_.seen_alive(client); }} {
+  window_.set_scout([this](const std::string &client) {
+    if (!scout_.is_out())
+      warn_of_hanging_clients();
+    scout_.ask(client);
+  });
+}
+
+void Clients::warn_of_hanging_clients() const {
+  constexpr int most_named = 8;
+  std::vector<std::pair<std::size_t, std::string>> hanging;
+  window_.visit_queues([&hanging](const std::string &client, const QueueState &queue) {
+    if (queue.unanswered > 0)
+      hanging.emplace_back(queue.unanswered, client);
+  });
+  std::ranges::sort(hanging, std::greater{});
+  std::string names;
+  for (const auto &[count, client] : hanging | std::views::take(most_named))
+    names += (names.empty() ? "" : ", ") + client + " (" + std::to_string(count) + ")";
+  g_warning("%zu clients leave %zu of at most %u calls unanswered, so that the others are pinged "
+            "before they get theirs: %s%s",
+            hanging.size(), window_.unanswered(), unanswered, names.c_str(),
+            hanging.size() > most_named ? ", ..." : "");
+}
 
 void Clients::call_producer(const Declaration &declaration, const BusMethod &method,
                             std::initializer_list<std::uint32_t> numbers) {

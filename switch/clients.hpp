@@ -2,6 +2,7 @@
 #pragma once
 
 #include "registry.hpp"
+#include "scout.hpp"
 #include "sendwindow.hpp"
 
 #include <systemd/sd-bus.h>
@@ -16,7 +17,7 @@ BytesRef serialize(const SubscribeExpression &expression);
 class Clients {
  public:
   // The limit is for what waits for one client, in bytes.
-  Clients(sd_bus *bus, std::size_t queue_limit);
+  Clients(sd_event *loop, sd_bus *bus, std::size_t queue_limit);
 
   void global_declare_id(const Declaration &declaration);
   void declaration_complete(const Declaration &declaration);
@@ -36,10 +37,12 @@ class Clients {
   const SendWindow &window() const { return window_; }
 
  private:
+  void warn_of_hanging_clients() const;
   void call_producer(const Declaration &declaration, const BusMethod &method,
                      std::initializer_list<std::uint32_t> numbers);
 
   SendWindow window_;
+  Scout scout_;
 };
 
 } // namespace varro2::switchd

@@ -104,13 +104,16 @@ void Lookups::ask(Lookup &lookup, const std::vector<const Declaration *> &declar
   const char *own_name = nullptr;
   sd_bus_get_unique_name(bus_, &own_name);
   const BytesRef bytes = clandestine_record(expression, lookup.id, own_name);
-  for (const Declaration *declaration : declarations) {
+  // Counts as one more, so that calls which end at once do not end the lookup before all are made.
+  lookup.unanswered = declarations.size() + 1;
+  for (const Declaration *declaration : declarations)
     lookup.asked.push_back(declaration->global_id);
-    ++lookup.unanswered;
-    // The lookup may be decided before the answer comes.
+  const std::uint32_t id = lookup.id;
+  // The lookup may be decided before an answer comes.
+  for (const Declaration *declaration : declarations)
     clients_.subscribe(*declaration, bytes,
-                       [this, id = lookup.id](CallEnd, auto *answer) { answered(id, answer); });
-  }
+                       [this, id](CallEnd, auto *answer) { answered(id, answer); });
+  answered(id, nullptr);
 }
 
 int Lookups::on_event(sd_bus_message *message, void *self, sd_bus_error *error) noexcept {

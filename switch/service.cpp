@@ -63,8 +63,8 @@ const sd_bus_vtable Service::status_methods_[] = {
 
 Service::Service(sd_event *loop, sd_bus *bus, Types types, const Limits &limits)
     : loop_{loop}, bus_{bus}, types_{std::move(types)}, quotas_{limits.per_user},
-      clients_{bus, limits.queue}, lookups_{loop,     bus,     registry_,
-                                            clients_, quotas_, limits.property_state} {}
+      clients_{loop, bus, limits.queue}, lookups_{loop,     bus,     registry_,
+                                                  clients_, quotas_, limits.property_state} {}
 
 int Service::serve() {
   const struct {

@@ -2,11 +2,11 @@
 
 namespace varro2 {
 
-int PendingCalls::send(sd_bus *bus, sd_bus_message *message, Answered answered) {
+int PendingCalls::send(sd_bus *bus, sd_bus_message *message, Answered answered, guint64 timeout) {
   entries_.push_back(Entry{.owner = this, .answered = std::move(answered)});
   const auto entry = std::prev(entries_.end());
   entry->place = entry;
-  const int r = sd_bus_call_async(bus, entry->slot.out(), message, dispatch, &*entry, call_timeout);
+  const int r = sd_bus_call_async(bus, entry->slot.out(), message, dispatch, &*entry, timeout);
   if (r < 0)
     entries_.erase(entry);
   return r;

@@ -20,7 +20,7 @@ class PendingCalls {
   PendingCalls &operator=(const PendingCalls &) = delete;
 
   // Negative: sd-bus did not take the call; the handler is not called.
-  int send(sd_bus *bus, sd_bus_message *message, Answered answered);
+  int send(sd_bus *bus, sd_bus_message *message, Answered answered, guint64 timeout = call_timeout);
 
   void clear() noexcept { entries_.clear(); }
   std::size_t size() const noexcept { return entries_.size(); }

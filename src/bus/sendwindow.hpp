@@ -4,6 +4,18 @@
 // wait for the answer never hears of it. One receiver that hangs would so cost all the others their
 // calls. Here each receiver has a number of calls on the way, all of them together have another,
 // and what exceeds that waits in the receiver's own queue, in order.
+//
+// A call that runs out of time is over for who made it, but the daemon counts it until the receiver
+// answers after all or leaves. So it keeps its place here as well: it is overdue.
+//
+// A receiver that has not answered for a second is suspected to hang. Without further help each one
+// that hangs makes the share of all others a little smaller, down to one call each: some thirty at
+// once use everything up. A scout, who finds out by other means whether a receiver is alive, makes
+// it safe from any number. While less than half of the connection's calls are free,
+//  - only who has answered a call or the scout within a second gets any,
+//  - the last ones are kept for calls whose answer somebody waits for; all others are then sent
+//    without asking for an answer, which the daemon does not count, a few for each sign of life.
+// All that was given away before went to at most half; who hangs gets no more.
 #pragma once
 
 #include "pendingcalls.hpp"
@@ -65,6 +77,8 @@ struct SendLimits {
   // taken for a receiver that hangs. 0: no more than above.
   std::size_t burst_bytes = 0;
   gint64 hang_after = 10 * G_USEC_PER_SEC; // with nothing moving. Microseconds
+  gint64 suspect_after = G_USEC_PER_SEC;   // with no answer. Microseconds
+  guint64 timeout = call_timeout;          // of each call. Microseconds
 };
 
 // What there is for one receiver.
@@ -91,15 +105,25 @@ class SendWindow {
   // The receiver has left the bus: what waits for it is dropped.
   void forget(const char *receiver);
 
-  bool idle() const noexcept { return queues_.empty(); }
-  std::size_t unanswered() const noexcept { return pending_.size(); }
+  // Has receivers asked for a sign of life while calls are scarce; seen_alive() passes it on. Must
+  // leave the window alone.
+  using Scout = std::function<void(const std::string &receiver)>;
+  void set_scout(Scout ask) { scout_ = std::move(ask); }
+  void seen_alive(const std::string &receiver);
+  // Whether a sign of life is still of use.
+  bool holds_back(const std::string &receiver) const;
+
+  // Nothing is expected to come any more: what is overdue does not count.
+  bool idle() const noexcept { return pending_.size() == 0 && waiting_ == 0; }
+  // As the daemon counts.
+  std::size_t unanswered() const noexcept { return pending_.size() + overdue_.size(); }
   std::size_t waiting() const noexcept { return waiting_; }
 
   // Since the window was made.
   std::uint64_t answered() const noexcept { return answered_; }
   std::uint64_t dropped() const noexcept { return dropped_; }
 
-  std::size_t overdue() const noexcept { return 0; }
+  std::size_t overdue() const noexcept { return overdue_.size(); }
 
   // Calls visit(receiver, state) for each receiver for whom there is something.
   template <typename Visit>
@@ -108,7 +132,8 @@ class SendWindow {
       visit(receiver, QueueState{.unanswered = queue.unanswered,
                                  .waiting = queue.waiting.size(),
                                  .waiting_bytes = queue.waiting_bytes,
-                                 .dropped = queue.dropped});
+                                 .dropped = queue.dropped,
+                                 .overdue = queue.overdue});
   }
 
   // Called whenever the window has become idle by an answer. Must leave the window alone.
@@ -122,11 +147,23 @@ class SendWindow {
     const std::string *receiver = nullptr; // its key in the table
     std::list<WindowCall> waiting{};
     std::size_t waiting_bytes = 0;
-    gint64 moved_at = 0; // monotonic microseconds: began to wait, or was answered
-    unsigned unanswered = 0;
+    gint64 moved_at = 0;     // monotonic microseconds: began to wait, or was answered
+    gint64 called_at = 0;    // monotonic microseconds: first unanswered call, or last answer
+    gint64 proven_at = 0;    // the same: last sign of life; 0: none
+    unsigned unanswered = 0; // with what is overdue
+    unsigned overdue = 0;
+    unsigned unasked = 0;      // sent without asking for an answer since it gave the last one
     std::uint64_t dropped = 0; // since the queue was last empty
     bool in_line = false;      // for the connection's limit
+    bool held_back = false;    // until it is seen alive
     bool in_use = false;       // stays in the table for now
+  };
+  enum class Turn {
+    now,
+    unasked,   // without asking for an answer
+    later,     // when the connection has room
+    held_back, // when there is a sign of life
+    never,     // there will be no room for the answer that somebody waits for
   };
   // Calls that ended without an answer, to be told when all else is in order.
   class Ended {
@@ -145,9 +182,17 @@ class SendWindow {
   using Queues = std::unordered_map<std::string, Queue, Hash, std::equal_to<>>;
 
   Queue &queue_for(const char *receiver);
-  bool receiver_has_room(const Queue &queue) const;
-  bool connection_has_room() const;
-  int transmit(Queue &queue, WindowCall &call);
+  std::size_t free() const noexcept;
+  bool is_scarce() const noexcept { return 2 * free() < limits_.unanswered; }
+  bool is_suspect(const Queue &queue, gint64 now) const noexcept;
+  std::size_t held_by_suspects();
+  unsigned limit_of_receiver();
+  bool receiver_has_room(const Queue &queue);
+  Turn turn_of(const Queue &queue, const WindowCall &call) const;
+  int transmit(Queue &queue, WindowCall &call, Turn turn);
+  int ask(Queue &queue, WindowCall &call, sd_bus_message *message);
+  void hold_back(Queue &queue);
+  void let_go(Queue &queue);
   void enqueue(Queue &queue, WindowCall call);
   std::size_t bound_of(const Queue &queue) const;
   void drop_oldest(Queue &queue, Ended &ended);
@@ -156,6 +201,9 @@ class SendWindow {
   void pump(Ended &ended);
   WindowCall take_first(Queue &queue);
   void release_if_done(Queue &queue);
+  void keep_overdue(Queue &queue, sd_bus_message *timeout);
+  static int on_late_answer(sd_bus_message *message, void *self, sd_bus_error *error) noexcept;
+  void end_call(Queue &queue, sd_bus_message *answer, Ended &ended);
   int answered(Queue &queue, const CallCompletion &completion, sd_bus_message *answer);
   void count_dropped(std::uint64_t count);
   MessageRef message_of(const Queue &queue, const WindowCall &call) const;
@@ -165,6 +213,12 @@ class SendWindow {
   Queues queues_;
   std::list<Queue *> line_; // queues that only the connection's limit holds up, in turn
   PendingCalls pending_;
+  std::unordered_map<std::uint64_t, Queue *> overdue_; // by cookie
+  SlotRef late_answers_;                               // only while something is overdue
+  Scout scout_;
+  std::size_t held_back_ = 0; // queues
+  std::size_t held_by_suspects_ = 0;
+  gint64 looked_for_suspects_at_ = 0; // monotonic microseconds
   std::size_t waiting_ = 0;
   std::uint64_t answered_ = 0;
   std::uint64_t dropped_ = 0;

@@ -36,6 +36,11 @@ void DirectBus::run() {
   }
 }
 
+void DirectBus::run_far() {
+  while (sd_bus_process(far_.get(), nullptr) > 0) {
+  }
+}
+
 int DirectBus::keep(sd_bus_message *message, void *self, sd_bus_error *) noexcept {
   static_cast<DirectBus *>(self)->calls_.push_back(MessageRef::share(message));
   return 1;
@@ -55,6 +60,10 @@ guint32 DirectBus::number(std::size_t index) const {
   return number;
 }
 
+bool DirectBus::wants_answer(std::size_t index) const {
+  return sd_bus_message_get_expect_reply(calls_.at(index).get()) > 0;
+}
+
 MessageRef DirectBus::take(std::size_t index) {
   MessageRef message = calls_.at(index);
   calls_.erase(calls_.begin() + static_cast<std::ptrdiff_t>(index));
@@ -62,8 +71,12 @@ MessageRef DirectBus::take(std::size_t index) {
 }
 
 void DirectBus::answer(std::size_t index) {
-  EXPECT_GE(sd_bus_reply_method_return(take(index).get(), nullptr), 0);
+  answer_far(index);
   run();
+}
+
+void DirectBus::answer_far(std::size_t index) {
+  EXPECT_GE(sd_bus_reply_method_return(take(index).get(), nullptr), 0);
 }
 
 void DirectBus::answer_error(std::size_t index, const char *name) {
@@ -71,9 +84,13 @@ void DirectBus::answer_error(std::size_t index, const char *name) {
   run();
 }
 
-void DirectBus::hang_up() {
+void DirectBus::hang_up_far() {
   calls_.clear();
   sd_bus_close(far_.get());
+}
+
+void DirectBus::hang_up() {
+  hang_up_far();
   while (sd_bus_process(near_.get(), nullptr) >= 0) {
   }
 }

@@ -300,5 +300,222 @@ TEST_F(SendWindowTest, SendsWithoutPayloadToo) {
   EXPECT_EQ(numbers(), (Numbers{5}));
 }
 
+/* ---- Receivers that hang ---- */
+
+class HangingReceivers : public SendWindowTest {
+ protected:
+  // sd-bus waits for the time-outs, the test for what they cause.
+  template <typename Condition>
+  [[nodiscard]] bool run_until(Condition condition) {
+    const gint64 end = g_get_monotonic_time() + 60 * G_USEC_PER_SEC;
+    while (!condition() && g_get_monotonic_time() < end)
+      bus.run();
+    return condition();
+  }
+  bool run_until_overdue(std::size_t count) {
+    return run_until([&] { return window->overdue() == count; });
+  }
+  static constexpr guint64 short_time = 20'000;
+};
+
+TEST_F(HangingReceivers, ACallOutOfTimeIsOverButKeepsItsPlace) {
+  open({.timeout = short_time});
+  int told = 0;
+  for (guint32 i = 1; i <= 20; ++i)
+    send("a.b", i, 16, [&told](CallEnd end, sd_bus_message *answer) {
+      told += end == CallEnd::answered &&
+              sd_bus_message_is_method_error(answer, SD_BUS_ERROR_NO_REPLY) > 0;
+    });
+  ASSERT_TRUE(run_until_overdue(8));
+  EXPECT_EQ(told, 8);
+  EXPECT_EQ(bus.size(), 8u);
+  EXPECT_EQ(window->unanswered(), 8u);
+  EXPECT_EQ(window->waiting(), 12u);
+  EXPECT_EQ(window->answered(), 0u);
+}
+
+TEST_F(HangingReceivers, ALateAnswerGivesThePlaceBack) {
+  open({.timeout = short_time});
+  for (guint32 i = 1; i <= 20; ++i)
+    send("a.b", i);
+  ASSERT_TRUE(run_until_overdue(8));
+  bus.answer(0);
+  EXPECT_EQ(window->overdue(), 7u);
+  EXPECT_EQ(window->answered(), 1u);
+  EXPECT_EQ(numbers().back(), 9u);
+  bus.answer_error(0, SD_BUS_ERROR_FAILED);
+  EXPECT_EQ(numbers().back(), 10u);
+  while (bus.size() > 0)
+    bus.answer(0);
+  EXPECT_TRUE(window->idle());
+  EXPECT_EQ(window->overdue(), 0u);
+  EXPECT_EQ(window->unanswered(), 0u);
+}
+
+TEST_F(HangingReceivers, WhatIsOverdueIsNotWaitedFor) {
+  open({.timeout = short_time});
+  int told = 0;
+  window->set_idle_handler([&] { ++told; });
+  send("a.b", 1);
+  ASSERT_TRUE(run_until_overdue(1));
+  EXPECT_TRUE(window->idle());
+  EXPECT_EQ(told, 1);
+}
+
+TEST_F(HangingReceivers, WhoLeavesGivesItsPlacesBack) {
+  open({.unanswered = 10, .timeout = short_time});
+  for (guint32 i = 1; i <= 9; ++i)
+    send("a.b", i);
+  ASSERT_TRUE(run_until_overdue(8));
+  for (guint32 i = 21; i <= 25; ++i)
+    send("c.d", i);
+  window->forget("a.b");
+  bus.run();
+  EXPECT_EQ(window->overdue(), 0u);
+  EXPECT_EQ(window->unanswered(), 5u);
+  EXPECT_EQ(numbers_of("c.d"), (Numbers{21, 22, 23, 24, 25}));
+  bus.answer(0); // nobody knows it any more
+  EXPECT_EQ(window->unanswered(), 5u);
+}
+
+TEST_F(HangingReceivers, AnEndedConnectionLeavesNothingOverdue) {
+  const LogCapture log;
+  open({.timeout = short_time});
+  send("a.b", 1);
+  ASSERT_TRUE(run_until_overdue(1));
+  send("c.d", 2);
+  bus.hang_up();
+  EXPECT_EQ(window->overdue(), 1u);
+  EXPECT_TRUE(window->idle());
+}
+
+TEST_F(HangingReceivers, TakeLessAndLess) {
+  open({.suspect_after = 0});
+  guint32 receivers = 0;
+  for (; window->unanswered() < 96; ++receivers)
+    for (guint32 i = 0; i < 8; ++i)
+      send(("a.b" + std::to_string(receivers)).c_str(), i);
+  EXPECT_GE(receivers, 20u);
+  EXPECT_EQ(numbers_of("a.b0").size(), 8u);
+  EXPECT_EQ(numbers_of(("a.b" + std::to_string(receivers - 1)).c_str()).size(), 1u);
+  while (bus.size() > 0)
+    bus.answer(0);
+  EXPECT_TRUE(window->idle());
+  EXPECT_EQ(window->answered(), 8u * receivers);
+}
+
+class WithAScout : public HangingReceivers {
+ protected:
+  WithAScout() { open_with_scout({.unanswered = 46}); }
+  void open_with_scout(SendLimits limits) {
+    open(limits);
+    asked.clear();
+    window->set_scout([this](const std::string &receiver) { asked.push_back(receiver); });
+  }
+  // So many calls, to receivers that answer none of the eight which each of them gets.
+  void hang(guint32 calls) {
+    for (guint32 i = 0; i < calls; ++i)
+      send(("h.h" + std::to_string(i / 8)).c_str(), i);
+    ASSERT_EQ(window->unanswered(), calls);
+    ASSERT_TRUE(asked.empty());
+  }
+  void hang_until_few_are_left() {
+    open_with_scout({.unanswered = 32});
+    hang(17);
+  }
+  bool wants_answer(const char *receiver) {
+    for (std::size_t i = 0; i < bus.size(); ++i)
+      if (bus.receiver(i) == receiver)
+        return bus.wants_answer(i);
+    return false;
+  }
+
+  std::vector<std::string> asked;
+};
+
+TEST_F(WithAScout, NobodyIsAskedForWhileThereIsEnough) {
+  hang(23);
+  send("a.b", 1);
+  EXPECT_EQ(numbers_of("a.b"), (Numbers{1}));
+  EXPECT_TRUE(asked.empty());
+}
+
+TEST_F(WithAScout, ScarceCallsGoToWhoIsAlive) {
+  hang(24); // more than half
+  send("a.b", 1);
+  send("a.b", 2);
+  EXPECT_TRUE(numbers_of("a.b").empty());
+  EXPECT_EQ(asked, (std::vector<std::string>{"a.b"}));
+  EXPECT_TRUE(window->holds_back("a.b"));
+  EXPECT_FALSE(window->holds_back("c.d"));
+  window->seen_alive("c.d"); // nobody asked
+  window->seen_alive("a.b");
+  bus.run();
+  EXPECT_FALSE(window->holds_back("a.b"));
+  EXPECT_FALSE(numbers_of("a.b").empty());
+}
+
+TEST_F(WithAScout, TheLastOnesAreKeptAndNobodyIsAskedToAnswer) {
+  hang_until_few_are_left();
+  for (guint32 i = 1; i <= 20; ++i)
+    send("a.b", i);
+  window->seen_alive("a.b");
+  bus.run();
+  // So many for one sign of life.
+  EXPECT_EQ(numbers_of("a.b"), (Numbers{1, 2, 3, 4, 5, 6, 7, 8}));
+  EXPECT_FALSE(wants_answer("a.b"));
+  EXPECT_EQ(window->unanswered(), 17u);
+  EXPECT_EQ(asked, (std::vector<std::string>{"a.b", "a.b"}));
+  window->seen_alive("a.b");
+  bus.run();
+  EXPECT_EQ(numbers_of("a.b").size(), 16u);
+}
+
+TEST_F(WithAScout, WhoseAnswerIsWaitedForGetsTheLastOnes) {
+  hang_until_few_are_left();
+  std::vector<CallEnd> ends;
+  const auto end = [&ends](CallEnd how, sd_bus_message *) { ends.push_back(how); };
+  for (int number = 0; number < 16; ++number) {
+    const std::string receiver = "a.b" + std::to_string(number);
+    send(receiver.c_str(), 1, 16, end);
+    window->seen_alive(receiver);
+    bus.run();
+  }
+  EXPECT_EQ(window->unanswered(), 32u);
+  // There was none for the last of them, and it is told so.
+  EXPECT_EQ(ends, (std::vector<CallEnd>{CallEnd::dropped}));
+  EXPECT_EQ(window->waiting(), 0u);
+}
+
+TEST_F(WithAScout, WhoAnswersAPingButNoCallGetsNoMore) {
+  open_with_scout({.unanswered = 46, .suspect_after = 0});
+  hang(24);
+  send("h.h0", 9);
+  window->seen_alive("h.h0");
+  bus.run();
+  EXPECT_EQ(numbers_of("h.h0").size(), 8u);
+}
+
+TEST_F(WithAScout, AllGoesOnWhenThereIsEnoughAgain) {
+  hang(24);
+  for (guint32 i = 1; i <= 20; ++i)
+    send("a.b", i);
+  for (guint32 i = 8; i < 20; ++i)
+    send("h.h0", i);
+  while (bus.size() > 0)
+    bus.answer(0);
+  EXPECT_TRUE(window->idle());
+  EXPECT_EQ(window->dropped(), 0u);
+  EXPECT_EQ(window->answered(), 24u + 20 + 12);
+}
+
+TEST_F(WithAScout, WhoHasLeftIsHeldBackNoMore) {
+  hang(24);
+  send("a.b", 1);
+  window->forget("a.b");
+  EXPECT_FALSE(window->holds_back("a.b"));
+  EXPECT_EQ(window->waiting(), 0u);
+}
+
 } // namespace
 } // namespace varro2::test
