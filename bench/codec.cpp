@@ -1,11 +1,10 @@
 // An event's way from its values to bytes and back, beside what one would otherwise take for it.
 // The number in a row's name is that of the event's keys.
 #include "counting.hpp"
+#include "libraryevent.hpp"
 
 #include "event.pb.h"
 #include "event_generated.h"
-
-#include <varro2/varro2.h>
 
 #include <google/protobuf/arena.h>
 
@@ -16,99 +15,14 @@
 
 namespace {
 
+using bench::Fact;
+using bench::facts;
+using bench::key_counts;
+using bench::Library;
 using bench::measure;
-
-struct Fact {
-  std::string key;
-  std::string value;
-  std::string name_space;
-  std::string nice_name;
-};
-
-// Every other key is open in the declaration and set in the event.
-std::vector<Fact> facts(std::int64_t count) {
-  std::vector<Fact> made;
-  for (std::int64_t at = 0; at < count; ++at) {
-    const std::string number = std::to_string(at);
-    made.push_back({"key" + number, "a value " + number, at % 4 == 0 ? "tns1" : "",
-                    at % 4 == 1 ? "Name of key " + number : ""});
-  }
-  return made;
-}
+using Row = benchmark::internal::Benchmark;
 
 // ---- The ways ----
-
-class Library {
- public:
-  explicit Library(const std::vector<Fact> &all) : facts_{all} {
-    EventDeclaration *declaration = event_declaration_new(FALSE);
-    for (std::size_t at = 0; at < all.size(); ++at) {
-      const char *key = all[at].key.c_str();
-      if (at % 2 == 0)
-        event_declaration_add_key_value(declaration, key, all[at].value.c_str(), VALUE_TYPE_STRING);
-      else
-        event_declaration_add_key(declaration, key, VALUE_TYPE_STRING);
-      event_declaration_set_name_space(declaration, key, all[at].name_space.c_str());
-      event_declaration_set_nice_names(declaration, key, all[at].nice_name.c_str(), "");
-    }
-    prepared_ = event_declaration_generate_event(declaration);
-    event_declaration_free(declaration);
-    filled_ = build();
-    bytes_ = event_serialize(filled_);
-  }
-  ~Library() {
-    event_free(prepared_);
-    event_free(filled_);
-    g_byte_array_unref(bytes_);
-  }
-
-  void write() const {
-    Event *event = build();
-    GByteArray *bytes = event_serialize(event);
-    benchmark::DoNotOptimize(bytes->data);
-    g_byte_array_unref(bytes);
-    event_free(event);
-  }
-  void serialise() const {
-    GByteArray *bytes = event_serialize(filled_);
-    benchmark::DoNotOptimize(bytes->data);
-    g_byte_array_unref(bytes);
-  }
-  void copy() const {
-    Event *event = event_copy(filled_);
-    benchmark::DoNotOptimize(event);
-    event_free(event);
-  }
-  // Back to an object, with every value looked at by its key.
-  void read() const {
-    Event *event = event_deserialize(bytes_);
-    for (const Fact &fact : facts_)
-      benchmark::DoNotOptimize(event_get_value(event, fact.key.c_str()));
-    event_free(event);
-  }
-  void json() const {
-    char *text = event_get_json(filled_, nullptr);
-    benchmark::DoNotOptimize(text);
-    std::free(text);
-  }
-  std::size_t size() const { return bytes_->len; }
-
- private:
-  Event *build() const {
-    Event *event = event_copy(prepared_);
-    for (std::size_t at = 1; at < facts_.size(); at += 2)
-      event_set_value(event, facts_[at].key.c_str(), facts_[at].value.c_str());
-    event_set_global_id(event, 1);
-    event_set_producer_id(event, 1);
-    set_event_time_now(event);
-    return event;
-  }
-
-  std::vector<Fact> facts_;
-  Event *prepared_;
-  Event *filled_;
-  GByteArray *bytes_;
-};
 
 class Variant {
  public:
@@ -237,34 +151,14 @@ void read_back(benchmark::State &state) {
   const Way way{facts(state.range(0))};
   measure(state, [&] { way.read(); });
 }
-void serialise(benchmark::State &state) {
-  const Library way{facts(state.range(0))};
-  measure(state, [&] { way.serialise(); });
-}
-void copy(benchmark::State &state) {
-  const Library way{facts(state.range(0))};
-  measure(state, [&] { way.copy(); });
-}
-void json(benchmark::State &state) {
-  const Library way{facts(state.range(0))};
-  measure(state, [&] { way.json(); });
-}
 
-void key_counts(benchmark::internal::Benchmark *row) {
-  for (const std::int64_t keys : {1, 8, 32, 256, 4096})
-    row->Arg(keys);
-}
-
-BENCHMARK(build_and_serialise<Library>)->Apply(key_counts);
-BENCHMARK(build_and_serialise<Variant>)->Apply(key_counts);
-BENCHMARK(build_and_serialise<Protobuf>)->Apply(key_counts);
-BENCHMARK(build_and_serialise<FlatBuffer>)->Apply(key_counts);
-BENCHMARK(read_back<Library>)->Apply(key_counts);
-BENCHMARK(read_back<Variant>)->Apply(key_counts);
-BENCHMARK(read_back<Protobuf>)->Apply(key_counts);
-BENCHMARK(read_back<FlatBuffer>)->Apply(key_counts);
-BENCHMARK(serialise)->Apply(key_counts);
-BENCHMARK(copy)->Apply(key_counts);
-BENCHMARK(json)->Apply(key_counts);
+BENCHMARK(build_and_serialise<Library>)->Apply(key_counts<Row>);
+BENCHMARK(build_and_serialise<Variant>)->Apply(key_counts<Row>);
+BENCHMARK(build_and_serialise<Protobuf>)->Apply(key_counts<Row>);
+BENCHMARK(build_and_serialise<FlatBuffer>)->Apply(key_counts<Row>);
+BENCHMARK(read_back<Library>)->Apply(key_counts<Row>);
+BENCHMARK(read_back<Variant>)->Apply(key_counts<Row>);
+BENCHMARK(read_back<Protobuf>)->Apply(key_counts<Row>);
+BENCHMARK(read_back<FlatBuffer>)->Apply(key_counts<Row>);
 
 } // namespace

@@ -1,25 +1,21 @@
-#!/usr/bin/python3
-"""Runs the peers of the bus benchmark side by side and prints what an event costs each of them.
+"""Runs the peers of the bus benchmark side by side: what an event costs each of them.
 
 Every peer's processes are started once; each round then lets one peer after the other carry its
 events, so that whatever else the machine does falls on all alike. Quoted are medians over the
 rounds, and the medians of the ratios within a round.
 """
-import argparse
 import json
 import os
 import pathlib
 import select
-import shutil
-import socket
 import statistics
 import subprocess
-import sys
-import tempfile
 import time
 
+from daemons import Failure
+
+PEERS = ("library", "sdbus", "gdbus", "sdbuscpp", "mosquitto")
 REFERENCE = "sdbus"
-SWITCH_NAME = "com.quor.Event.Switch"
 
 # How often one event is received.
 SHAPES = {
@@ -32,24 +28,12 @@ EVENTS = {"1 to 1": 6000, "1 to 10": 600, "1 to 50": 120, "50 to 1": 6000}
 WARM_UP = 640
 
 
-class Failure(Exception):
-    pass
-
-
 def processor_time(pid):
     """Of all threads of a process, in seconds, as the scheduler counts it."""
     total = 0
     for thread in pathlib.Path(f"/proc/{pid}/task").iterdir():
         total += int((thread / "schedstat").read_text().split()[0])
     return total / 1e9
-
-
-def wait_until(what, condition):
-    end = time.monotonic() + 20
-    while not condition():
-        if time.monotonic() > end:
-            raise Failure(f"{what} did not come")
-        time.sleep(0.02)
 
 
 class Process:
@@ -89,9 +73,13 @@ class Process:
 
 
 class Peer:
-    """The producers and consumers of one peer, in one shape, ready to run."""
+    """The producers and consumers of one peer, in one shape, ready to run.
 
-    def __init__(self, name, programs, environment, daemon, producers, consumers):
+    A wrapper is a command that the programs of one role run under.
+    """
+
+    def __init__(self, name, programs, environment, daemon, producers, consumers, wrappers=None):
+        wrappers = wrappers or {}
         self.name = name
         self.daemon = daemon  # process id
         self.consumers = []
@@ -101,13 +89,15 @@ class Peer:
         try:
             for number in range(consumers):
                 credits = ["--credits", str(writer)] if number == 0 and producers == 1 else []
-                self.consumers.append(Process([program, "consumer", *credits], environment,
-                                              [writer] if credits else []))
+                self.consumers.append(Process(
+                    [*wrappers.get("consumer", []), program, "consumer", *credits], environment,
+                    [writer] if credits else []))
             addresses = [consumer.hear("ready") for consumer in self.consumers]
             for _ in range(producers):
                 credits = ["--credits", str(reader)] if producers == 1 else []
-                self.producers.append(Process([program, "producer", *credits, *addresses],
-                                              environment, [reader] if credits else []))
+                self.producers.append(Process(
+                    [*wrappers.get("producer", []), program, "producer", *credits, *addresses],
+                    environment, [reader] if credits else []))
             for producer in self.producers:
                 producer.hear("ready")
         finally:
@@ -148,88 +138,6 @@ class Peer:
             process.end()
 
 
-# ---- The daemons ----
-
-BUS_CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>system</type>
-  <listen>unix:path={socket}</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow user="*"/>
-    <allow own="*"/>
-    <allow send_type="method_call"/>
-    <allow send_destination="*"/>
-    <allow receive_sender="*"/>
-  </policy>
-</busconfig>
-"""
-
-
-class Daemons:
-    def __init__(self):
-        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="varro2-bench-"))
-        self.started = []
-
-    def start(self, command, **options):
-        log = open(self.folder / f"{pathlib.Path(command[0]).name}.log", "wb")
-        process = subprocess.Popen(command, stderr=log, stdout=log, **options)
-        self.started.append(process)
-        return process.pid
-
-    def dbus_daemon(self):
-        path = self.folder / "dbus-daemon"
-        configuration = self.folder / "bus.conf"
-        configuration.write_text(BUS_CONFIGURATION.format(socket=path))
-        pid = self.start(["dbus-daemon", "--nofork", "--nopidfile",
-                          f"--config-file={configuration}"])
-        wait_until("the bus", path.exists)
-        return f"unix:path={path}", pid
-
-    def mosquitto(self, program):
-        with socket.socket() as free:
-            free.bind(("127.0.0.1", 0))
-            port = free.getsockname()[1]
-        configuration = self.folder / "mosquitto.conf"
-        configuration.write_text(f"listener {port} 127.0.0.1\nallow_anonymous true\n"
-                                 "max_queued_messages 0\nset_tcp_nodelay true\n"
-                                 f"persistence false\nuser {os.environ.get('USER', 'root')}\n")
-        pid = self.start([str(program), "-c", str(configuration)])
-
-        def listens():
-            try:
-                socket.create_connection(("127.0.0.1", port), 1).close()
-                return True
-            except OSError:
-                return False
-
-        wait_until("mosquitto", listens)
-        return str(port), pid
-
-    def switch(self, program, address):
-        self.start([str(program), "--bus-address", address])
-
-        def has_name():
-            return b"true" in subprocess.run(
-                ["dbus-send", f"--bus={address}", "--print-reply=literal",
-                 "--dest=org.freedesktop.DBus", "/org/freedesktop/DBus",
-                 "org.freedesktop.DBus.NameHasOwner", f"string:{SWITCH_NAME}"],
-                stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, check=False).stdout
-
-        wait_until("the switch", has_name)
-
-    def end(self):
-        for process in reversed(self.started):
-            process.terminate()
-            try:
-                process.wait(10)
-            except subprocess.TimeoutExpired:
-                process.kill()
-                process.wait()
-        shutil.rmtree(self.folder)
-
-
 # ---- Rounds ----
 
 def summary(rounds, reference):
@@ -264,92 +172,44 @@ def measure(make_peers, count, events, rate=None):
             peer.end()
 
 
-def bus_rows(arguments, daemons, log):
+def makers(arguments, on_bus, bus_pid, mosquitto, shape):
+    """What starts each of the peers."""
     programs = arguments.build / "bin"
-    environment = dict(os.environ)
-    environment["BENCH_PAYLOAD"] = str(daemons.folder / "payload")
-    library_path = str(arguments.build / "lib")
-    environment["LD_LIBRARY_PATH"] = library_path
-    os.environ["LD_LIBRARY_PATH"] = library_path
-    subprocess.run([programs / "bench_bus_library", "payload", environment["BENCH_PAYLOAD"]],
-                   check=True)
 
-    buses = {"dbus-daemon": daemons.dbus_daemon()}
-    for address, _ in buses.values():
-        daemons.switch(programs / "varro2-switchd", address)
-    if arguments.mosquitto:
-        port, mosquitto_pid = daemons.mosquitto(arguments.mosquitto)
-        environment["BENCH_MQTT_PORT"] = port
+    def maker(name, pid, variables):
+        return lambda: Peer(name, programs, variables, pid, *SHAPES[shape])
 
-    rows = []
-    for bus, (address, bus_pid) in buses.items():
-        on_bus = dict(environment, DBUS_SYSTEM_BUS_ADDRESS=address)
-        for shape, (producers, consumers) in SHAPES.items():
-            if arguments.shape and shape not in arguments.shape:
-                continue
-
-            def maker(name, pid, variables):
-                return lambda: Peer(name, programs, variables, pid, producers, consumers)
-
-            makers = [maker(name, bus_pid, on_bus) for name in arguments.peers
-                      if name != "mosquitto" and (programs / f"bench_bus_{name}").exists()]
-            if arguments.mosquitto and bus == "dbus-daemon" and "mosquitto" in arguments.peers:
-                makers.append(maker("mosquitto", mosquitto_pid, environment))
-            log(f"{bus}, {shape}, as fast as it goes")
-            events = max(64, EVENTS[shape] // (4 if arguments.quick else 1))
-            rows.append({"bus": bus, "shape": shape, "load": "saturation",
-                         "peers": measure(makers, arguments.rounds, events)})
-            if shape == "1 to 1" and not arguments.no_latency:
-                log(f"{bus}, {shape}, 200 events a second")
-                rows.append({"bus": bus, "shape": shape, "load": "200 a second",
-                             "peers": measure(makers, arguments.rounds,
-                                              100 if arguments.quick else 300, 200)})
-    return rows
+    made = [maker(name, bus_pid, on_bus) for name in arguments.peers
+            if name != "mosquitto" and (programs / f"bench_bus_{name}").exists()]
+    if mosquitto and "mosquitto" in arguments.peers:
+        made.append(maker("mosquitto", mosquitto, on_bus))
+    return made
 
 
-def print_rows(rows):
-    columns = [("pair", "pair"), ("producer", "producer"), ("consumer", "consumer"),
-               ("daemon", "daemon"), ("rate", "events/s"), ("latency_50", "latency"),
-               ("latency_99", "99 %")]
-    for row in rows:
-        print(f"\n{row['bus']}, {row['shape']}, {row['load']}: microseconds per event received"
-              f" (ratio to {REFERENCE})")
-        print(f"{'':10}" + "".join(f"{title:>17}" for _, title in columns))
-        for name, figures in row["peers"].items():
-            cells = []
-            for key, _ in columns:
-                ratio = figures.get(key + "_ratio")
-                cells.append(f"{figures[key]:9.1f}" + (f" ({ratio:4.2f})" if ratio else " " * 7))
-            print(f"{name:10}" + "".join(f"{cell:>17}" for cell in cells))
+def loads(arguments):
+    """Shapes, each with the events a second that are sent or None for as many as there is room for."""
+    result = [(shape, None) for shape in arguments.shape]
+    if "1 to 1" in arguments.shape:
+        result.insert(1, ("1 to 1", 200))
+    return result
 
 
-def main():
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--build", type=pathlib.Path, required=True, help="a release build")
-    parser.add_argument("--rounds", type=int, default=9)
-    parser.add_argument("--quick", action="store_true")
-    parser.add_argument("--mosquitto", type=pathlib.Path, help="the broker")
-    parser.add_argument("--peers", nargs="+",
-                        default=["library", "sdbus", "gdbus", "sdbuscpp", "mosquitto"])
-    parser.add_argument("--shape", action="append", choices=SHAPES)
-    parser.add_argument("--no-latency", action="store_true")
-    parser.add_argument("--json", type=pathlib.Path)
-    arguments = parser.parse_args()
-    arguments.build = arguments.build.absolute()
-
-    def log(text):
-        print(f"bench: {text}", file=sys.stderr)
-
-    daemons = Daemons()
-    try:
-        rows = bus_rows(arguments, daemons, log)
-    except Failure as failure:
-        sys.exit(f"bench: {failure}")
-    finally:
-        daemons.end()
-    print_rows(rows)
-    if arguments.json:
-        arguments.json.write_text(json.dumps(rows, indent=1) + "\n")
-
-
-main()
+def rows(arguments, progress, environment, buses, mosquitto):
+    """One row for each bus, shape and load. A bus that is not there has a row that says why."""
+    result = []
+    for name, bus in buses.items():
+        if not isinstance(bus, tuple):
+            result.append({"bus": name, "absent": bus})
+            continue
+        on_bus = dict(environment, DBUS_SYSTEM_BUS_ADDRESS=bus[0])
+        for shape, rate in loads(arguments):
+            load = f"{rate} a second" if rate else "saturation"
+            progress.next(f"{name}, {shape}, {load}")
+            # A broker of its own is the same beside whichever bus: once is enough.
+            peers = makers(arguments, on_bus, bus[1], mosquitto if name == "dbus-daemon" else None,
+                           shape)
+            events = 200 if rate else EVENTS[shape]
+            events = max(64, events // (4 if arguments.quick else 1))
+            result.append({"bus": name, "shape": shape, "load": load,
+                           "peers": measure(peers, arguments.rounds, events, rate)})
+    return result
