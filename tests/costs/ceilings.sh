@@ -28,13 +28,11 @@ fi
 awk '
   FILENAME ~ /allocations$/ { order[++count] = $1; allocations[$1] = $2; next }
   /^desc: Trigger: Client Request: / { name = $NF }
-  /^(summary|totals): / {
-    if (!(name in instructions) || $2 < instructions[name]) instructions[name] = $2
-  }
+  /^totals: / { if (!(name in instructions) || $2 < instructions[name]) instructions[name] = $2 }
   END {
     for (at = 1; at <= count; ++at) {
       name = order[at]
-      if (!(name in instructions)) { print "no dump of " name > "/dev/stderr"; exit 1 }
+      if (!instructions[name]) { print name ": nothing was counted" > "/dev/stderr"; exit 1 }
       print name, instructions[name], allocations[name]
     }
   }' "$folder/allocations" "$folder"/dump.* >"$folder/counted"

@@ -91,7 +91,7 @@ void count_events(int key_count) {
   const Keys keys{key_count};
   const std::string number = "/" + std::to_string(key_count);
   const auto bytes = BytesRef::adopt(event_serialize(keys.filled.get()));
-  const Owned<char, std::free> xml{event_declaration_serialize_xml(keys.declaration.get())};
+  const OwnedText xml{event_declaration_serialize_xml(keys.declaration.get())};
 
   count("declare" + number, [&] { const Keys made{key_count}; });
   count("copy" + number, [&] { event_free(event_copy(keys.filled.get())); });
@@ -100,6 +100,8 @@ void count_events(int key_count) {
         [&] { g_byte_array_unref(event_serialize(keys.build().get())); });
   count("read_back" + number, [&] { event_free(event_deserialize(bytes.get())); });
   count("json" + number, [&] { std::free(event_get_json(keys.filled.get(), nullptr)); });
+  count("read_xml" + number,
+        [&] { event_declaration_free(event_declaration_deserialize_xml(xml.get())); });
   if (key_count < 8)
     return;
   const OwnedExpression tests = three_tests("a value");
