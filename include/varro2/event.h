@@ -80,7 +80,8 @@ G_GNUC_BEGIN_IGNORE_DEPRECATIONS
  * refused as a missing one would be. */
 VARRO2_API void event_set_timestamp(Event *event, GTimeVal timestamp) VARRO2_NOEXCEPT;
 
-/** @return seconds and microseconds since 1970, UTC; {0, 0} when no timestamp is set. */
+/** @return seconds and microseconds since 1970, UTC; {0, 0} when no timestamp is set, or one that
+ * the seconds cannot hold: after January 2038 where a long has 32 bits. */
 VARRO2_API GTimeVal event_get_timestamp(const Event *event) VARRO2_NOEXCEPT;
 G_GNUC_END_IGNORE_DEPRECATIONS
 

@@ -62,7 +62,8 @@ G_GNUC_BEGIN_IGNORE_DEPRECATIONS
 VARRO2_API void notification_set_timestamp(Notification *notification,
                                            GTimeVal timestamp) VARRO2_NOEXCEPT;
 
-/** @return seconds and microseconds since 1970, UTC; {0, 0} when no timestamp is set. */
+/** @return seconds and microseconds since 1970, UTC; {0, 0} when no timestamp is set, or one that
+ * the seconds cannot hold: after January 2038 where a long has 32 bits. */
 VARRO2_API GTimeVal notification_get_timestamp(const Notification *notification) VARRO2_NOEXCEPT;
 G_GNUC_END_IGNORE_DEPRECATIONS
 

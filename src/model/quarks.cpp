@@ -30,7 +30,7 @@ guint64 hash_of(std::string_view text) noexcept {
 
 Entry &entry_of(std::string_view text) noexcept {
   static thread_local constinit std::array<Entry, 128> cache{};
-  return cache[hash_of(text) >> 57];
+  return cache[static_cast<std::size_t>(hash_of(text) >> 57)];
 }
 
 bool holds(const Entry &entry, std::string_view text) noexcept {

@@ -1,5 +1,7 @@
 #include "timestamp.hpp"
 
+#include <utility>
+
 namespace varro2 {
 
 namespace {
@@ -37,7 +39,8 @@ DateTimeRef timestamp_from_timeval(GTimeVal time) {
 
 GTimeVal timestamp_to_timeval(const DateTimeRef &timestamp) {
   GTimeVal time{};
-  if (timestamp)
+  // GLib would let the seconds wrap where a long has 32 bits.
+  if (timestamp && std::in_range<glong>(g_date_time_to_unix(timestamp.get())))
     g_date_time_to_timeval(timestamp.get(), &time);
   return time;
 }

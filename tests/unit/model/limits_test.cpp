@@ -270,7 +270,8 @@ void expect_linear(Make make) {
   EXPECT_LT(allocations[0], counts[0] / 2);
   EXPECT_LT(allocations[1], counts[1] / 10);
   EXPECT_LT(allocations[1], 12 * allocations[0]);
-  EXPECT_LT(bytes[1], 12 * bytes[0]);
+  // Memory grows by doubling: it depends on where the two counts lie between the powers of two.
+  EXPECT_LT(bytes[1], 20 * bytes[0]);
 }
 
 OwnedInspectable many(guint32 type, std::size_t count) {

@@ -197,15 +197,30 @@ TEST(EventTime, IsCountedInSecondsAndMicroseconds) {
   EXPECT_EQ(g_date_time_get_microsecond(event_get_timestamp2(event.get())), 123456);
 }
 
+#if GLIB_SIZEOF_LONG == 8 // one of 32 bits holds nothing but calendar times
 TEST(EventTime, ThatNoCalendarHoldsChangesNothing) {
   const LogCapture log;
   const EventOwner event{event_new()};
-  for (const glong impossible : {G_MAXLONG, G_MINLONG, -18446744073709 - 62135596800}) {
-    event_set_timestamp(event.get(), GTimeVal{impossible, 0});
+  for (const gint64 impossible :
+       {G_MAXINT64, G_MININT64, G_GINT64_CONSTANT(-18446744073709) - 62135596800}) {
+    event_set_timestamp(event.get(), GTimeVal{static_cast<glong>(impossible), 0});
     EXPECT_EQ(event_get_timestamp2(event.get()), nullptr);
   }
   EXPECT_EQ(log.count(G_LOG_LEVEL_CRITICAL, refusal("event_set_timestamp2", "timestamp != NULL")),
             3u);
+}
+#endif
+
+// 2040: more seconds than a long of 32 bits counts.
+TEST(EventTime, ThatALongCannotCountIsZeroAndNotAnotherTime) {
+  constexpr gint64 later = 2'208'988'800;
+  const EventOwner event{event_new()};
+  const auto timestamp = time_at(later, 5);
+  event_set_timestamp2(event.get(), timestamp.get());
+  const GTimeVal time = event_get_timestamp(event.get());
+  EXPECT_EQ(time.tv_sec, sizeof(glong) == 8 ? static_cast<glong>(later) : 0);
+  EXPECT_EQ(time.tv_usec, sizeof(glong) == 8 ? 5 : 0);
+  EXPECT_EQ(event_get_timestamp2(event.get()), timestamp.get());
 }
 
 TEST(EventTime, IsZeroForNoEvent) {
