@@ -69,7 +69,7 @@ class Daemons:
         self.started.append(process)
         ready = process.stdout.readline().split()
         if len(ready) != 2:
-            raise Failure(f"dbus-broker did not start: {log.read_text().strip()}")
+            raise Failure(f"dbus-broker did not start: {'; '.join(log.read_text().splitlines())}")
         return f"unix:path={path}", int(ready[1])
 
     def mosquitto(self, program):

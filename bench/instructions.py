@@ -18,7 +18,7 @@ def total(files):
 
 def count(peer, programs, environment, folder, role, events):
     """Of one side that is alone under callgrind, from its start to its end."""
-    dump = folder / f"callgrind.{peer}.{role}.{events}"
+    dump = folder / f"callgrind.{peer}.{role}"
     wrapper = ["valgrind", "--quiet", "--tool=callgrind", f"--callgrind-out-file={dump}"]
     run = Peer(peer, programs, environment, os.getpid(), 1, 1, {role: wrapper})
     try:
@@ -28,8 +28,11 @@ def count(peer, programs, environment, folder, role, events):
     return total(dump)
 
 
-def rows(arguments, progress, environment, folder):
-    """Per event: the difference of two runs, so that starting and ending fall out."""
+def rows(arguments, progress, environment):
+    """Per event: the difference of two runs, so that starting and ending fall out.
+
+    The dumps of the longer runs stay in the build's folder, for callgrind_annotate.
+    """
     result = {}
     if not shutil.which("valgrind"):
         return result
@@ -41,7 +44,7 @@ def rows(arguments, progress, environment, folder):
         progress.next(f"instructions, {peer}")
         result[peer] = {}
         for role in ("producer", "consumer"):
-            one, two = (count(peer, programs, environment, folder, role, events)
+            one, two = (count(peer, programs, environment, arguments.build, role, events)
                         for events in (few, 2 * few))
             result[peer][role] = round((two - one) / few)
     return result

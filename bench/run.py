@@ -98,7 +98,7 @@ def measure(arguments, daemons):
         result["bus"] = side_by_side.rows(arguments, progress, environment, buses, mosquitto)
     if "instructions" in arguments.only:
         on_bus = dict(environment, DBUS_SYSTEM_BUS_ADDRESS=buses["dbus-daemon"][0])
-        result["instructions"] = instructions.rows(arguments, progress, on_bus, daemons.folder)
+        result["instructions"] = instructions.rows(arguments, progress, on_bus)
     return result
 
 
