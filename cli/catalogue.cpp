@@ -78,7 +78,7 @@ std::vector<DeclaredType> ask_types() {
   std::vector<DeclaredType> types;
   for (const GList *at = list.get(); at != nullptr; at = at->next) {
     const auto *declaration = static_cast<const EventDeclaration *>(at->data);
-    DeclaredType type{{}, {}, read_declaration(*declaration)};
+    DeclaredType type{types.size() + 1, {}, {}, read_declaration(*declaration)};
     const auto found = std::find_if(files.begin(), files.end(), [&](const TypeFile &file) {
       return inspectable_is_equal(event_declaration_get_inspectable(file.declaration.get()),
                                   event_declaration_get_inspectable(declaration));

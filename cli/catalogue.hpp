@@ -12,9 +12,13 @@ namespace varro2::cli {
 std::vector<Record> ask_declarations();
 
 struct DeclaredType {
-  std::string name; // empty when no file of the system's folders holds it
+  std::size_t number; // its place in the switch's answer, from 1
+  std::string name;   // empty when no file of the system's folders holds it
   std::string file;
   Record record;
+
+  // The name, or "#NUMBER".
+  std::string handle() const { return name.empty() ? '#' + std::to_string(number) : name; }
 };
 std::vector<DeclaredType> ask_types();
 

@@ -20,6 +20,7 @@ The bus is the system bus, or the one that DBUS_SYSTEM_BUS_ADDRESS names.
 
 void add_general(CLI::App &app, Program &program) {
   app.require_subcommand(1);
+  app.fallthrough(); // what is meant for all commands may also stand behind one
   app.set_version_flag("--version", std::string{"varro2 "} + VARRO2_VERSION, "Print the version");
   app.add_option_function<std::string>(
          "--color,--colour",

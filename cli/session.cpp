@@ -14,6 +14,7 @@ namespace varro2::cli {
 namespace {
 
 constexpr const char *switch_name = "com.quor.Event.Switch";
+constexpr const char *switch_path = "/com/quor/Event/Switch";
 constexpr const char *driver = "org.freedesktop.DBus";
 constexpr const char *driver_path = "/org/freedesktop/DBus";
 constexpr gint64 farewell_limit = 10 * G_USEC_PER_SEC;
@@ -117,6 +118,14 @@ std::optional<SwitchOwner> Session::switch_owner() {
   switch_there_ = true;
   return SwitchOwner{name, ask_number(bus_, "GetConnectionUnixProcessID", name),
                      ask_number(bus_, "GetConnectionUnixUser", name)};
+}
+
+OwnedMessage Session::new_call_to_switch(const char *interface, const char *method) const {
+  sd_bus_message *call = nullptr;
+  if (sd_bus_message_new_method_call(bus_, &call, switch_name, switch_path, interface, method) < 0)
+    throw Failure{"the message bus went away"};
+  sd_bus_message_set_auto_start(call, 0);
+  return OwnedMessage{call};
 }
 
 void Session::require_switch() {

@@ -30,7 +30,9 @@ class Session {
   // Throws Failure when there is no switch.
   void require_switch();
   std::optional<SwitchOwner> switch_owner();
-  const std::string &own_name() const { return own_name_; }
+  // A call without arguments, for the bus below.
+  OwnedMessage new_call_to_switch(const char *interface, const char *method) const;
+  sd_bus *bus() const { return bus_; }
   // Told about the switch's comings (true) and goings.
   void on_switch(std::function<void(bool)> handler) { switch_handler_ = std::move(handler); }
   bool switch_is_there() const { return switch_there_; }

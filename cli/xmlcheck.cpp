@@ -2,11 +2,11 @@
 
 #include "pairs.hpp"
 #include "text.hpp"
+#include "xmltree.hpp"
 
-#include <expat.h>
+#include <glib.h>
 
 #include <algorithm>
-#include <cstring>
 #include <map>
 #include <memory>
 
@@ -14,99 +14,6 @@ namespace varro2::cli {
 namespace {
 
 constexpr std::size_t largest_document = 1024 * 1024;
-
-struct Element {
-  std::string name;
-  std::size_t line = 1;
-  std::size_t column = 1;
-  std::vector<std::pair<std::string, std::string>> attributes;
-  std::vector<std::unique_ptr<Element>> children;
-  bool has_text = false;
-
-  const std::string *find(std::string_view attribute) const {
-    for (const auto &[key, value] : attributes)
-      if (key == attribute)
-        return &value;
-    return nullptr;
-  }
-  std::string get(std::string_view attribute) const {
-    const std::string *value = find(attribute);
-    return value != nullptr ? *value : "";
-  }
-  bool is_true(std::string_view attribute) const {
-    return g_ascii_strcasecmp(get(attribute).c_str(), "true") == 0;
-  }
-};
-
-// ---- Reading, with places
-
-class Reader {
- public:
-  std::unique_ptr<Element> read(std::string_view text, std::vector<Problem> &problems) {
-    const Owned<XML_ParserStruct, XML_ParserFree> parser{XML_ParserCreateNS(nullptr, '\x01')};
-    parser_ = parser.get();
-    XML_SetUserData(parser_, this);
-    XML_SetElementHandler(parser_, on_begin, on_end);
-    XML_SetCharacterDataHandler(parser_, on_text);
-    XML_SetEntityDeclHandler(parser_, on_entity);
-    const XML_Status status =
-        XML_Parse(parser_, text.data(), static_cast<int>(text.size()), XML_TRUE);
-    if (entity_ || status != XML_STATUS_OK) {
-      problems.push_back(
-          {XML_GetCurrentLineNumber(parser_), XML_GetCurrentColumnNumber(parser_) + 1, true,
-           entity_ ? "entities cannot be declared here"
-                   : std::string{"no XML: "} + XML_ErrorString(XML_GetErrorCode(parser_))});
-      return nullptr;
-    }
-    return std::move(root_);
-  }
-
- private:
-  static std::string local(const char *name) {
-    const char *separator = std::strchr(name, '\x01');
-    return separator != nullptr ? separator + 1 : name;
-  }
-
-  static void XMLCALL on_begin(void *data, const char *name, const char **attributes) {
-    auto &reader = *static_cast<Reader *>(data);
-    auto element = std::make_unique<Element>();
-    element->name = local(name);
-    element->line = XML_GetCurrentLineNumber(reader.parser_);
-    element->column = XML_GetCurrentColumnNumber(reader.parser_) + 1;
-    for (; *attributes != nullptr; attributes += 2)
-      element->attributes.emplace_back(local(attributes[0]), attributes[1]);
-    Element *entered = element.get();
-    if (reader.open_.empty())
-      reader.root_ = std::move(element);
-    else
-      reader.open_.back()->children.push_back(std::move(element));
-    reader.open_.push_back(entered);
-    if (reader.open_.size() > 1000)
-      XML_StopParser(reader.parser_, XML_FALSE);
-  }
-  static void XMLCALL on_end(void *data, const char *) {
-    static_cast<Reader *>(data)->open_.pop_back();
-  }
-  static void XMLCALL on_text(void *data, const char *text, int length) {
-    auto &reader = *static_cast<Reader *>(data);
-    for (int index = 0; index < length && !reader.open_.empty(); ++index)
-      if (!g_ascii_isspace(text[index]))
-        reader.open_.back()->has_text = true;
-  }
-  static void XMLCALL on_entity(void *data, const char *, int, const char *, int, const char *,
-                                const char *, const char *, const char *) {
-    auto &reader = *static_cast<Reader *>(data);
-    reader.entity_ = true;
-    XML_StopParser(reader.parser_, XML_FALSE);
-  }
-
-  XML_Parser parser_ = nullptr;
-  std::unique_ptr<Element> root_;
-  std::vector<Element *> open_;
-  bool entity_ = false;
-};
-
-// ---- Checking
 
 const std::vector<std::string> pair_attributes = {
     "key",       "name-space",      "complex-type-name", "key-nice-name",  "key-wildcard",
@@ -384,8 +291,11 @@ Document check_document(std::string_view text) {
     document.problems.push_back({1, 1, true, "larger than 1 MiB"});
     return document;
   }
-  if (const std::unique_ptr<Element> root = Reader{}.read(text, document.problems))
+  XmlMistake mistake;
+  if (const std::unique_ptr<Element> root = read_xml_tree(text, mistake))
     Checker{document}.check(*root);
+  else
+    document.problems.push_back({mistake.line, mistake.column, true, mistake.text});
   std::stable_sort(document.problems.begin(), document.problems.end(),
                    [](const Problem &one, const Problem &other) {
                      return std::pair{one.line, one.column} < std::pair{other.line, other.column};

@@ -36,7 +36,7 @@ class Describer {
  public:
   explicit Describer(Program &program) : program_{program} {}
 
-  void text(const Record &record, const std::string &type, const std::optional<Record> &now,
+  void text(const Record &record, const DeclaredType *type, const std::optional<Record> &now,
             const std::string &why) {
     const Style &style = program_.style;
     Output &out = program_.out;
@@ -46,8 +46,8 @@ class Describer {
     if (record.declaration_id != 0)
       facts.push_back("declaration " + std::to_string(record.declaration_id) + " of producer " +
                       std::to_string(record.producer_id));
-    if (record.declaration_id == 0)
-      facts.push_back(type.empty() ? "declaration type" : "declaration type " + printable(type));
+    if (type != nullptr)
+      facts.push_back("declaration type " + printable(type->handle()));
     if (record.property)
       facts.push_back(style.cyan("property"));
     if (record.internal)
@@ -96,7 +96,7 @@ class Description {
   Description(Program &program, const Arguments &arguments)
       : program_{program}, arguments_{arguments} {}
 
-  bool add(Session &session, const Record &record, const std::string &type = {}) {
+  bool add(Session &session, const Record &record, const DeclaredType *type = nullptr) {
     std::optional<Record> now;
     std::string why;
     if (record.property && record.declaration_id != 0) {
@@ -108,8 +108,10 @@ class Description {
     }
     if (arguments_.json) {
       const OwnedJson json = to_json(record);
-      if (!type.empty())
-        put(json, "type", json_text(type));
+      if (type != nullptr)
+        put(json, "number", json_integer(static_cast<json_int_t>(type->number)));
+      if (type != nullptr && !type->name.empty())
+        put(json, "type", json_text(type->name));
       if (now)
         put(json, "state", json_incref(json_object_get(to_json(*now).get(), "values")));
       program_.out.line(dump(json.get()));
@@ -149,8 +151,8 @@ int describe(Program &program, const Arguments &arguments) {
     if (is_meant(record, arguments.what))
       any = description.add(session, record);
   for (const DeclaredType &type : ask_types())
-    if (type.name == arguments.what || is_meant(type.record, arguments.what))
-      any = description.add(session, type.record, type.name);
+    if (type.handle() == arguments.what || is_meant(type.record, arguments.what))
+      any = description.add(session, type.record, &type);
   if (!any)
     throw Failure{"'" + printable(arguments.what) +
                       "' is neither a topic, an id nor a type that is known" +
@@ -167,7 +169,7 @@ void add_describe(CLI::App &app, Program &program) {
       app.add_subcommand("describe", "Show all about a topic, a declaration or a type");
   command
       ->add_option("TOPIC-OR-ID", arguments->what,
-                   "A topic, its beginning or end, an id, or a type")
+                   "A topic, its beginning or end, an id, a type or its number")
       ->required();
   command->add_flag("--json", arguments->json, "One object a line");
   command->footer("For a property also its present state, asked of its producer.\n"

@@ -77,6 +77,7 @@ int types(Program &program, const Arguments &arguments) {
     any = true;
     if (arguments.json) {
       const OwnedJson json = to_json(type.record);
+      put(json, "number", json_integer(static_cast<json_int_t>(type.number)));
       if (!type.name.empty()) {
         put(json, "type", json_text(type.name));
         put(json, "file", json_text(type.file));
@@ -84,8 +85,8 @@ int types(Program &program, const Arguments &arguments) {
       program.out.line(dump(json.get()));
       continue;
     }
-    const std::string name = type.name.empty() ? "-" : printable(type.name);
-    table.add({{name, program.style.green(name)},
+    const std::string name = printable(type.handle());
+    table.add({{name, type.name.empty() ? program.style.dim(name) : program.style.green(name)},
                topic_cell(type.record, program.style),
                values_cell(type.record, program.style),
                kind_cell(type.record, program.style),
@@ -118,9 +119,11 @@ void add_types(CLI::App &app, Program &program) {
   auto arguments = std::make_shared<Arguments>();
   CLI::App *command = app.add_subcommand("types", "Show the declaration types");
   command->add_flag("--json", arguments->json, "One object a line");
-  command->footer("A type is a declaration that producers register by its name (varro2 send).\n"
-                  "The name is that of the file that holds it; '-' when it is in neither of\n"
-                  "/usr/share/event/declarations.d and /etc/event_switch/declarations.d here.");
+  command->footer(R"(A type is a declaration that producers register by its name (varro2 send). The
+name is that of the file that holds it. A type that is in neither of
+  /usr/share/event/declarations.d and /etc/event_switch/declarations.d
+here, because the switch keeps its types elsewhere, cannot be registered from here;
+it is shown by its number, which varro2 describe takes: varro2 describe '#2')");
   command->callback([&program, arguments] {
     program.command = [&program, arguments] { return types(program, *arguments); };
   });
