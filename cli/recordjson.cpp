@@ -4,10 +4,14 @@
 #include "text.hpp"
 
 #include <charconv>
+#include <cmath>
 #include <functional>
 
 namespace varro2::cli {
 namespace {
+
+// Rounded to the digits that are written, a larger one is no number any more. Its text is given.
+constexpr double largest_written = 1.79769313486231e308;
 
 json_t *json_value(const Pair &pair) {
   const std::string &text = pair.value;
@@ -21,8 +25,9 @@ json_t *json_value(const Pair &pair) {
       return json_boolean(text == "1");
     break;
   case VALUE_TYPE_DOUBLE:
-    if (is_real(text))
-      return json_real(g_ascii_strtod(text.c_str(), nullptr));
+    if (const double number = g_ascii_strtod(text.c_str(), nullptr);
+        is_real(text) && std::abs(number) <= largest_written)
+      return json_real(number);
     break;
   default:
     break;
@@ -184,13 +189,19 @@ std::uint32_t number_in(const json_t *json, const char *name) {
 } // namespace
 
 std::string iso_time(std::int64_t microseconds) {
-  const OwnedDateTime time{g_date_time_new_from_unix_utc(microseconds / G_USEC_PER_SEC)};
+  // Downwards: the fraction counts from the second before, also before 1970.
+  const bool before = microseconds % G_USEC_PER_SEC < 0;
+  const std::int64_t seconds = microseconds / G_USEC_PER_SEC - (before ? 1 : 0);
+  const OwnedDateTime time{g_date_time_new_from_unix_utc(seconds)};
   if (!time)
     return "";
-  const OwnedText text{g_date_time_format(time.get(), "%Y-%m-%dT%H:%M:%S")};
-  char fraction[16];
-  g_snprintf(fraction, sizeof fraction, ".%06dZ", static_cast<int>(microseconds % G_USEC_PER_SEC));
-  return std::string{text.get()} + fraction;
+  char text[48];
+  g_snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%06dZ",
+             g_date_time_get_year(time.get()), g_date_time_get_month(time.get()),
+             g_date_time_get_day_of_month(time.get()), g_date_time_get_hour(time.get()),
+             g_date_time_get_minute(time.get()), g_date_time_get_second(time.get()),
+             static_cast<int>(microseconds - seconds * G_USEC_PER_SEC));
+  return text;
 }
 
 json_t *json_text(std::string_view text) {
