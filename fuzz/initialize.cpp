@@ -1,0 +1,51 @@
+// What the library logs is formatted and thrown away; that a caller broke a precondition is a fault
+// of the target or of the library, and ends the process.
+#include "target.hpp"
+
+#include <cstdio>
+#include <cstdlib>
+#include <iterator>
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define VARRO2_FINDS_LEAKS
+#endif
+#elif defined(__SANITIZE_ADDRESS__)
+#define VARRO2_FINDS_LEAKS
+#endif
+
+#ifdef VARRO2_FINDS_LEAKS
+#include <sanitizer/allocator_interface.h>
+#endif
+
+namespace {
+
+#ifdef VARRO2_FINDS_LEAKS
+// GLib's table of interned texts moves to a larger place after each 2,048 texts and leaves the old
+// one to those who may still read it: that is no leak. Known by its size, it is held here.
+constexpr std::size_t step_of_table = 2048 * sizeof(char *);
+const volatile void *tables[4096];
+
+void on_malloc(const volatile void *memory, std::size_t size) {
+  if (size % step_of_table == 0 && size / step_of_table < std::size(tables))
+    tables[size / step_of_table] = memory;
+}
+void on_free(const volatile void *) {}
+#endif
+
+void on_log(const gchar *, GLogLevelFlags level, const gchar *message, gpointer) {
+  if ((level & (G_LOG_LEVEL_CRITICAL | G_LOG_LEVEL_ERROR)) == 0)
+    return;
+  std::fprintf(stderr, "CRITICAL: %s\n", message);
+  std::abort();
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+  g_log_set_default_handler(on_log, nullptr);
+#ifdef VARRO2_FINDS_LEAKS
+  __sanitizer_install_malloc_and_free_hooks(on_malloc, on_free);
+#endif
+  return 0;
+}
