@@ -23,8 +23,15 @@ using CommandSourceRef = Counted<CommandSource, ref_source, unref_source>;
 // see. This counter orders the same two steps where it looks.
 constinit std::atomic<unsigned> handed_over{0};
 
-void unref_source_data(gpointer data) noexcept {
-  static_cast<CommandSource *>(data)->unref();
+// What the main loop has: it holds a reference on the commands until it lets go.
+struct LoopSource {
+  GSource source;
+  CommandSource *commands;
+};
+
+CommandSource *commands_of(GSource *source) noexcept {
+  handed_over.load(std::memory_order_acquire);
+  return reinterpret_cast<LoopSource *>(source)->commands;
 }
 
 // Owns the context while commands run outside of its loop.
@@ -46,9 +53,12 @@ class OwnedContext {
 
 } // namespace
 
-// Neither prepare nor check: the source fires when its ready time has come.
-GSourceFuncs CommandSource::source_functions = {nullptr, nullptr, CommandSource::dispatch,
-                                                nullptr, nullptr, nullptr};
+GSourceFuncs CommandSource::source_functions = {.prepare = CommandSource::prepare,
+                                                .check = CommandSource::check,
+                                                .dispatch = CommandSource::dispatch,
+                                                .finalize = CommandSource::finalize,
+                                                .closure_callback = nullptr,
+                                                .closure_marshal = nullptr};
 
 // Marks that a command runs; made and destroyed with the lock held.
 class CommandSource::Running {
@@ -68,7 +78,7 @@ class CommandSource::Running {
 CommandSource::CommandSource(GMainContext *context, gpointer user_data)
     : context_{g_main_context_ref(context ? context : g_main_context_default())},
       user_data_{user_data}, source_{SourceRef::adopt(
-                                 g_source_new(&source_functions, sizeof(GSource)))} {}
+                                 g_source_new(&source_functions, sizeof(LoopSource)))} {}
 
 CommandSource::~CommandSource() {
   g_main_context_unref(context_);
@@ -77,20 +87,25 @@ CommandSource::~CommandSource() {
 CommandSource *CommandSource::attach(GMainContext *context, gpointer user_data) {
   auto *created = new CommandSource{context, user_data};
   created->ref();
-  g_source_set_callback(created->source_.get(), nullptr, created, unref_source_data);
+  reinterpret_cast<LoopSource *>(created->source_.get())->commands = created;
   g_source_set_name(created->source_.get(), "varro2 commands");
   handed_over.fetch_add(1, std::memory_order_release);
   g_source_attach(created->source_.get(), created->context_);
   return created;
 }
 
-// With the lock held. One call a batch: while the loop has not come, or a command runs, those that
-// follow are found anyway.
+// With the lock held.
+bool CommandSource::has_work() const {
+  return !queue_.empty() && !is_running_;
+}
+
+// With the lock held. A loop that does not sleep looks here before it does, and one that is told
+// finds the whole batch: a command that is queued on the loop's own thread costs no wake-up.
 void CommandSource::wake() {
-  if (is_awake_ || is_running_ || queue_.empty())
+  if (!may_sleep_ || !has_work())
     return;
-  is_awake_ = true;
-  g_source_set_ready_time(source_.get(), 0);
+  may_sleep_ = false;
+  g_main_context_wakeup(context_);
 }
 
 void CommandSource::run_async(CommandSourceFunction function, gpointer data, GDestroyNotify drop) {
@@ -179,9 +194,11 @@ void CommandSource::finish(Waiter &waiter, gpointer result) {
 void CommandSource::close() {
   const auto owner = CommandSourceRef::adopt(this);
   std::deque<Command> dropped;
+  SourceRef source;
   {
     const std::lock_guard lock{mutex_};
     is_closed_ = true;
+    source = std::move(source_);
     dropped = std::exchange(queue_, {});
     for (const Command &command : dropped)
       if (command.waiter)
@@ -191,17 +208,28 @@ void CommandSource::close() {
   for (const Command &command : dropped)
     if (command.drop)
       command.drop(command.data);
-  // Without the lock: gives the GSource's reference back.
-  g_source_destroy(source_.get());
+  // Without the lock: may give the GSource's reference back.
+  g_source_destroy(source.get());
 }
 
-gboolean CommandSource::dispatch(GSource *, GSourceFunc, gpointer data) noexcept {
-  handed_over.load(std::memory_order_acquire);
-  const auto self = CommandSourceRef::share(static_cast<CommandSource *>(data));
+gboolean CommandSource::prepare(GSource *source, gint *) noexcept {
+  CommandSource *self = commands_of(source);
+  const std::lock_guard lock{self->mutex_};
+  self->may_sleep_ = !self->has_work();
+  return !self->may_sleep_;
+}
+
+gboolean CommandSource::check(GSource *source) noexcept {
+  CommandSource *self = commands_of(source);
+  const std::lock_guard lock{self->mutex_};
+  self->may_sleep_ = false;
+  return self->has_work();
+}
+
+gboolean CommandSource::dispatch(GSource *source, GSourceFunc, gpointer) noexcept {
+  const auto self = CommandSourceRef::share(commands_of(source));
   std::unique_lock lock{self->mutex_};
   self->home_ = std::this_thread::get_id();
-  self->is_awake_ = false;
-  g_source_set_ready_time(self->source_.get(), -1);
   // A command that was started outside of the loop iterates the context. The loop is told again
   // when it has ended.
   if (self->is_running_)
@@ -209,6 +237,10 @@ gboolean CommandSource::dispatch(GSource *, GSourceFunc, gpointer data) noexcept
   const Running running{*self.get()};
   self->run_waiting(lock);
   return G_SOURCE_CONTINUE;
+}
+
+void CommandSource::finalize(GSource *source) noexcept {
+  commands_of(source)->unref();
 }
 
 CommandSource *command_source_new_full(GMainContext *context, gpointer user_data, int,

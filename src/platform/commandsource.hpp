@@ -13,9 +13,9 @@
 #include <thread>
 
 // Counted, because it must outlive its owner: freed inside a command, or while threads wait in
-// run(). References are held by the owner until close(), by the GSource until it is destroyed, and
-// by whoever is inside a member function. std:: locks and counts, unlike GLib's, are known to the
-// thread sanitizer.
+// run(). References are held by the owner until close(), by the GSource until the loop lets go of
+// it, and by whoever is inside a member function. std:: locks and counts, unlike GLib's, are known
+// to the thread sanitizer.
 struct CommandSource final {
  public:
   static CommandSource *attach(GMainContext *context, gpointer user_data);
@@ -55,9 +55,13 @@ struct CommandSource final {
   CommandSource(GMainContext *context, gpointer user_data);
   ~CommandSource();
 
+  static gboolean prepare(GSource *source, gint *timeout) noexcept;
+  static gboolean check(GSource *source) noexcept;
   static gboolean dispatch(GSource *source, GSourceFunc callback, gpointer data) noexcept;
+  static void finalize(GSource *source) noexcept;
   static GSourceFuncs source_functions;
 
+  bool has_work() const;
   void wake();
   bool is_home();
   void run_waiting(std::unique_lock<std::mutex> &lock);
@@ -69,9 +73,9 @@ struct CommandSource final {
   std::atomic<int> references_{1};
   GMainContext *const context_;
   const gpointer user_data_;
-  varro2::SourceRef source_;
 
-  std::mutex mutex_; // guards what follows
+  std::mutex mutex_;         // guards what follows
+  varro2::SourceRef source_; // none once closed
   std::deque<Command> queue_;
   // Where commands run when nobody owns the context: the thread that last iterated it for this
   // source, and until then the one that made the source.
@@ -80,5 +84,6 @@ struct CommandSource final {
   // A command runs, on the thread that owns the context. No other may start meanwhile, not even
   // when that command iterates the context.
   bool is_running_ = false;
-  bool is_awake_ = false; // the main loop has been told and has not come yet
+  bool may_sleep_ =
+      false; // the main loop has found nothing to do here, and nobody has told it more
 };

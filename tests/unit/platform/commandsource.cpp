@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -16,6 +17,7 @@
 
 namespace {
 
+using varro2::test::generous;
 using varro2::test::iterate_pending;
 using varro2::test::iterate_until;
 using varro2::test::LogCapture;
@@ -129,9 +131,90 @@ TEST_F(Commands, QueuedByACommandLeaveTheLoopItsTurn) {
   EXPECT_EQ(notes_, (Notes{"first", "other", "inner"}));
 }
 
+// Sleeps until it is woken up: a command that does so too late is not found by chance.
+bool sleep_until(const std::function<bool()> &condition) {
+  bool is_too_late = false;
+  const guint timer = g_timeout_add(
+      static_cast<guint>(std::chrono::milliseconds{generous}.count()),
+      [](gpointer data) -> gboolean {
+        *static_cast<bool *>(data) = true;
+        return G_SOURCE_CONTINUE;
+      },
+      &is_too_late);
+  while (!condition() && !is_too_late)
+    g_main_context_iteration(nullptr, TRUE);
+  g_source_remove(timer);
+  return !is_too_late;
+}
+
 TEST_F(Commands, WakeASleepingLoop) {
   std::thread other{[this] { queue(source_, note("a")); }};
-  EXPECT_TRUE(iterate_until([this] { return !notes_.empty(); }));
+  EXPECT_TRUE(sleep_until([this] { return !notes_.empty(); }));
+  other.join();
+}
+
+void call_from_the_loop(Action action) {
+  g_idle_add_once([](gpointer data) { perform(data, nullptr); }, new Action{std::move(action)});
+}
+
+// How often the loop was woken up while it slept or before.
+int wake_ups = 0;
+
+gint counting_poll(GPollFD *records, guint count, gint timeout) {
+  const gint ready = g_poll(records, count, timeout);
+  wake_ups += ready > 0;
+  return ready;
+}
+
+TEST_F(Commands, NeedNoWakeUpFromTheLoopsOwnThread) {
+  iterate_pending();
+  const GPollFunc poll = g_main_context_get_poll_func(nullptr);
+  g_main_context_set_poll_func(nullptr, counting_poll);
+  wake_ups = 0;
+  call_from_the_loop([this] { queue(source_, note("a")); });
+  iterate_pending();
+  g_main_context_set_poll_func(nullptr, poll);
+  EXPECT_EQ(notes_, Notes{"a"});
+  EXPECT_EQ(wake_ups, 0);
+}
+
+// A source that queues a command when the loop has asked all others and is about to sleep.
+struct LateSource {
+  GSource source;
+  Action *action;
+};
+
+gboolean act_late(GSource *source, gint *) noexcept {
+  if (Action *action = std::exchange(reinterpret_cast<LateSource *>(source)->action, nullptr))
+    (*action)();
+  return FALSE;
+}
+
+TEST_F(Commands, WakeALoopThatIsAboutToSleep) {
+  static GSourceFuncs functions{.prepare = act_late,
+                                .check = nullptr,
+                                .dispatch = nullptr,
+                                .finalize = nullptr,
+                                .closure_callback = nullptr,
+                                .closure_marshal = nullptr};
+  iterate_pending();
+  Action action = [this] { queue(source_, note("a")); };
+  GSource *late = g_source_new(&functions, sizeof(LateSource));
+  reinterpret_cast<LateSource *>(late)->action = &action;
+  g_source_attach(late, nullptr);
+  EXPECT_TRUE(sleep_until([this] { return !notes_.empty(); }));
+  g_source_destroy(late);
+  g_source_unref(late);
+}
+
+TEST_F(Commands, OfAnotherThreadWakeALoopWhoseOwnWereDone) {
+  call_from_the_loop([this] {
+    queue(source_, note("own"));
+    ask(source_, [] { return number(0); }); // runs what was queued
+  });
+  iterate_pending();
+  std::thread other{[this] { queue(source_, note("other's")); }};
+  EXPECT_TRUE(sleep_until([this] { return notes_.size() == 2; }));
   other.join();
 }
 
