@@ -36,7 +36,9 @@ int driver_name_owner_changed(sd_bus_message *m, void *user_data, sd_bus_error *
   if (peers_are_untrusted() && was_there && is_there) {
     // Handed over without a gap: the new switch knows nothing of what the former one was told.
     call_watcher(watcher->offline, watcher->user_data);
-    call_watcher(watcher->online, watcher->user_data);
+    // Who is told of the first may end the connection, and the watcher with it.
+    if (sd_bus_is_open(sd_bus_message_get_bus(m)) > 0)
+      call_watcher(watcher->online, watcher->user_data);
     return 0;
   }
   if (was_there == is_there)

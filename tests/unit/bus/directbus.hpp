@@ -18,6 +18,7 @@ class DirectBus {
   DirectBus &operator=(const DirectBus &) = delete;
 
   sd_bus *near() const { return near_.get(); }
+  sd_bus *far() const { return far_.get(); }
 
   // Moves everything that is under way.
   void run();
