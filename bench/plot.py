@@ -6,7 +6,7 @@ import pathlib
 import sys
 
 WIDTH, HEIGHT = 640, 360
-LEFT, RIGHT, TOP, BOTTOM = 70, 150, 40, 50
+LEFT, RIGHT, TOP, BOTTOM = 84, 140, 40, 50
 COLOURS = ("#1f5fa8", "#c0392b", "#2e8b57", "#8e5ea2", "#d68910", "#555555", "#17a2b8")
 
 
