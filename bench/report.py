@@ -42,7 +42,7 @@ class Markdown:
         self.out = out
 
     def title(self, text):
-        self.out.write(f"\n### {text}\n\n")
+        self.out.write(f"### {text}\n\n")
 
     def note(self, text):
         self.out.write(f"{text}\n\n")
@@ -153,6 +153,9 @@ def write(results, out, style_of=Text):
     about = results["machine"]
     style.note(f"{about['processors']} x {about['processor']}, Linux {about['kernel']}, "
                f"{about['date']}, load {about['load']} before.")
+    if about["load"] > about["processors"] / 2:
+        style.note("The machine was busy with other work: throughput and latency say little here, the "
+                   "ratios of processor time more, allocations and instructions all.")
     if "bus" in results:
         write_bus(style, results["bus"])
     if results.get("instructions"):
