@@ -152,8 +152,8 @@ def write(results, out, style_of=Text):
     style = style_of(out)
     about = results["machine"]
     style.note(f"{about['processors']} x {about['processor']}, Linux {about['kernel']}, "
-               f"{about['date']}, load {about['load']} before.")
-    if about["load"] > about["processors"] / 2:
+               f"{about['date']}; {about['busy']} processors were at work before it began.")
+    if about["busy"] > about["processors"] / 4:
         style.note("The machine was busy with other work: throughput and latency say little here, the "
                    "ratios of processor time more, allocations and instructions all.")
     if "bus" in results:

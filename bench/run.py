@@ -35,6 +35,20 @@ class Progress:
               file=sys.stderr, flush=True)
 
 
+def busy_processors(seconds=2):
+    """How many of the machine's processors are at work while nothing is measured."""
+
+    def jiffies():
+        user, nice, system, idle, waiting, *rest = map(
+            int, pathlib.Path("/proc/stat").read_text().splitlines()[0].split()[1:9])
+        return user + nice + system + sum(rest), idle + waiting
+
+    busy, idle = jiffies()
+    time.sleep(seconds)
+    busy, idle = (after - before for before, after in zip((busy, idle), jiffies()))
+    return round(busy / max(1, busy + idle) * os.cpu_count(), 1)
+
+
 def machine():
     model = "unknown"
     for line in pathlib.Path("/proc/cpuinfo").read_text().splitlines():
@@ -42,7 +56,7 @@ def machine():
             model = line.partition(":")[2].strip()
             break
     return {"processor": model, "processors": os.cpu_count(), "kernel": platform.release(),
-            "load": round(os.getloadavg()[0], 1), "date": datetime.date.today().isoformat()}
+            "busy": busy_processors(), "date": datetime.date.today().isoformat()}
 
 
 def object_size(library):
