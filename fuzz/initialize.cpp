@@ -22,15 +22,23 @@ namespace {
 
 #ifdef VARRO2_FINDS_LEAKS
 // GLib's table of interned texts moves to a larger place after each 2,048 texts and leaves the old
-// one to those who may still read it: that is no leak. Known by its size, it is held here.
+// one to those who may still read it: that is no leak. What has such a size is held here.
 constexpr std::size_t step_of_table = 2048 * sizeof(char *);
-const volatile void *tables[4096];
+const volatile void *held[1024];
+std::size_t held_count = 0;
 
 void on_malloc(const volatile void *memory, std::size_t size) {
-  if (size % step_of_table == 0 && size / step_of_table < std::size(tables))
-    tables[size / step_of_table] = memory;
+  if (size != 0 && size % step_of_table == 0 && held_count < std::size(held))
+    held[held_count++] = memory;
 }
-void on_free(const volatile void *) {}
+
+void on_free(const volatile void *memory) {
+  for (std::size_t at = held_count; at > 0; --at)
+    if (held[at - 1] == memory) {
+      held[at - 1] = held[--held_count];
+      return;
+    }
+}
 #endif
 
 void on_log(const gchar *, GLogLevelFlags level, const gchar *message, gpointer) {

@@ -231,7 +231,7 @@ class Subscriptions {
   }
 
   void run() {
-    for (int step = 0; !choices_.at_end() && step < 400; ++step)
+    for (int step = 0; !choices_.at_end() && step < 150; ++step)
       switch (choices_.below(8)) {
       case 0:
         match();
@@ -253,7 +253,7 @@ class Subscriptions {
 
  private:
   void come() {
-    if (kept_.size() >= 60)
+    if (kept_.size() >= 40)
       return leave();
     const PlainContainer tests = any_tests(choices_);
     // An id twice is served as well.

@@ -31,10 +31,6 @@ ExpressionOwner sample_expression() {
   return expression;
 }
 
-const char *or_empty(const char *text) {
-  return text != nullptr ? text : "";
-}
-
 // ---- Parts
 
 // Only "0" and "1" can be taken for a truth value.
