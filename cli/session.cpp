@@ -219,8 +219,7 @@ void Session::wait_for_farewells() {
 
 // ---- Subscriber
 
-Subscriber::Subscriber(Session &session)
-    : session_{session}, consumer_{event_consumer_new("varro2")} {}
+Subscriber::Subscriber(Session &) : consumer_{event_consumer_new("varro2")} {}
 
 Subscriber::~Subscriber() {
   Turn turn;

@@ -82,7 +82,7 @@ class Subscriber {
   using OnNotification =
       std::function<void(const ::Notification &, std::optional<std::uint32_t> uid)>;
 
-  explicit Subscriber(Session &session);
+  explicit Subscriber(Session &session); // which has connected
   ~Subscriber();
   Subscriber(const Subscriber &) = delete;
   Subscriber &operator=(const Subscriber &) = delete;
@@ -96,7 +96,6 @@ class Subscriber {
   void subscribe_plain(const SubscribeExpression &expression);
   void subscribe_secure(const SubscribeExpression &expression);
 
-  Session &session_;
   EventConsumer *consumer_;
   guint32 token_ = 0;
   OnEvent on_event_;
