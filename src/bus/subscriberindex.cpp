@@ -81,16 +81,20 @@ std::size_t &SubscriberIndex::count_of(const TestView &test) noexcept {
   return test.any_value ? unconditional_ : any_keys_;
 }
 
-void SubscriberIndex::add(Subscriber &subscriber, const EventDeclaration *declaration) {
+void SubscriberIndex::add(Subscriber &subscriber, const Inspectable &tests,
+                          const EventDeclaration *declaration) {
   const Inspectable *declared =
       declaration != nullptr ? event_declaration_get_inspectable(declaration) : nullptr;
-  for (const AndList &and_list : subscriber.inspectable().and_lists()) {
+  auto &[places, count] = subscriber.places;
+  places = std::make_unique<Place[]>(tests.and_lists().size());
+  for (const AndList &and_list : tests.and_lists()) {
     const TestView chosen = choose(and_list, declared);
     const auto found =
         tests_.try_emplace(Test{chosen.key, chosen.any_value, std::string{chosen.value}}).first;
     auto &hanging = found->second;
-    subscriber.places.push_back({&*found, hanging.size()});
-    hanging.push_back({&subscriber, subscriber.places.size() - 1});
+    places[count] = {&*found, hanging.size()};
+    hanging.push_back({&subscriber, count});
+    ++count;
     ++count_of(chosen);
     if (chosen.key != 0 && !chosen.any_value)
       keys_with_equalities_ |= bit_of(chosen.key);
@@ -100,9 +104,9 @@ void SubscriberIndex::add(Subscriber &subscriber, const EventDeclaration *declar
 void SubscriberIndex::remove(Subscriber &subscriber) {
   // One by one: the last one that hangs there, which takes the place, may be of the same
   // subscriber.
-  while (!subscriber.places.empty()) {
-    const Place place = subscriber.places.back();
-    subscriber.places.pop_back();
+  auto &[places, count] = subscriber.places;
+  while (count > 0) {
+    const Place place = places[--count];
     auto &hanging = place.test->second;
     --count_of(place.test->first);
     const Hanging last = hanging.back();
@@ -111,7 +115,7 @@ void SubscriberIndex::remove(Subscriber &subscriber) {
       tests_.erase(tests_.find(place.test->first));
     } else if (place.position < hanging.size()) {
       hanging[place.position] = last;
-      last.subscriber->places[last.place].position = place.position;
+      last.subscriber->places.places[last.place].position = place.position;
     }
   }
 }

@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -53,7 +54,7 @@ class SubscriberIndex {
   };
   struct Hanging {
     Subscriber *subscriber;
-    std::size_t place; // in the subscriber's list
+    guint32 place; // among the subscriber's
   };
   using Tests = std::unordered_map<Test, std::vector<Hanging>, Hash, Equal>;
 
@@ -63,10 +64,14 @@ class SubscriberIndex {
     Tests::value_type *test;
     std::size_t position;
   };
-  using Places = std::vector<Place>;
+  // Of all the and-lists of a subscriber.
+  struct Places {
+    std::unique_ptr<Place[]> places;
+    guint32 count = 0;
+  };
 
   // The declaration, if given, tells which values are the same in every event and so select badly.
-  void add(Subscriber &subscriber, const EventDeclaration *declaration);
+  void add(Subscriber &subscriber, const Inspectable &tests, const EventDeclaration *declaration);
   void remove(Subscriber &subscriber);
   void clear() noexcept;
 

@@ -2,12 +2,12 @@
 #pragma once
 
 #include "owning.hpp"
+#include "sealedexpression.hpp"
 #include "subscriberindex.hpp"
 
 #include <varro2/event.h>
 #include <varro2/subscribeexpression.h>
 
-#include <list>
 #include <unordered_map>
 #include <vector>
 
@@ -15,30 +15,23 @@ namespace varro2 {
 
 using OwnedExpression = Owned<SubscribeExpression, subscribe_expression_free>;
 
-// One subscription. The expression carries its id and its address.
+// One subscription: what is kept of its expression, which has its id and its address.
 class Subscriber {
  public:
-  Subscriber(OwnedExpression expression, std::uint64_t arrival) noexcept
-      : expression_{std::move(expression)}, arrival_{arrival} {}
+  Subscriber(const SubscribeExpression &expression, std::uint64_t arrival)
+      : id_{subscribe_expression_get_id(&expression)},
+        token_{subscribe_expression_get_consumer_token(&expression)},
+        counted_{!subscribe_expression_get_clandestine(&expression)}, arrival_{arrival},
+        expression_{expression} {}
 
-  guint32 id() const noexcept { return subscribe_expression_get_id(expression_.get()); }
-  guint32 token() const noexcept {
-    return subscribe_expression_get_consumer_token(expression_.get());
-  }
-  const char *service() const noexcept {
-    return subscribe_expression_get_dbus_service(expression_.get());
-  }
-  const char *object() const noexcept {
-    return subscribe_expression_get_dbus_object(expression_.get());
-  }
+  guint32 id() const noexcept { return id_; }
+  guint32 token() const noexcept { return token_; }
+  const char *service() const noexcept { return expression_.dbus_service(); }
+  const char *object() const noexcept { return expression_.dbus_object(); }
   // Clandestine ones are served but not reported.
-  bool counted() const noexcept { return !subscribe_expression_get_clandestine(expression_.get()); }
+  bool counted() const noexcept { return counted_; }
   bool wants(const Event &event) const noexcept {
-    return event_contains(&event, expression_.get());
-  }
-
-  const Inspectable &inspectable() const noexcept {
-    return *subscribe_expression_get_inspectable(expression_.get());
+    return expression_.fits(*event_get_inspectable(&event));
   }
   // Those that came later have a higher one.
   std::uint64_t arrival() const noexcept { return arrival_; }
@@ -46,8 +39,11 @@ class Subscriber {
   SubscriberIndex::Places places; // the index's own
 
  private:
-  OwnedExpression expression_;
+  guint32 id_;
+  guint32 token_;
+  bool counted_;
   std::uint64_t arrival_;
+  SealedExpression expression_;
 };
 
 class Subscribers {
@@ -68,10 +64,12 @@ class Subscribers {
   void match(const Event &event, std::vector<const Subscriber *> &matching) const;
 
  private:
-  using List = std::list<Subscriber>;
+  // Ids are the switch's: that two share one is not expected, but served.
+  using ById = std::unordered_multimap<guint32, Subscriber>;
 
-  List subscribers_;
-  std::unordered_map<guint32, List::iterator> first_by_id_;
+  static ById::const_iterator first_of(const ById &subscribers, guint32 id);
+
+  ById subscribers_;
   SubscriberIndex index_;
   std::uint64_t arrivals_ = 0;
   std::size_t counted_ = 0;

@@ -10,6 +10,22 @@ namespace varro2 {
 
 // The pairs of one key, or of one value for tests of any key, in order of insertion.
 struct Bucket {
+  class Iterator {
+   public:
+    explicit Iterator(const Pair *pair) noexcept : pair_{pair} {}
+    const Pair &operator*() const noexcept { return *pair_; }
+    Iterator &operator++() noexcept {
+      pair_ = pair_->next;
+      return *this;
+    }
+    bool operator==(const Iterator &) const noexcept = default;
+
+   private:
+    const Pair *pair_;
+  };
+  Iterator begin() const noexcept { return Iterator{first}; }
+  Iterator end() const noexcept { return Iterator{nullptr}; }
+
   GQuark key;
   guint32 size;
   Pair *first;
@@ -158,8 +174,8 @@ struct AndList {
 template <typename Table, typename Visit>
 void for_each_pair(const Table &table, Visit visit) {
   for (const Bucket &bucket : table)
-    for (const Pair *pair = bucket.first; pair != nullptr; pair = pair->next)
-      visit(*pair);
+    for (const Pair &pair : bucket)
+      visit(pair);
 }
 
 // The pairs of the keys first, then the tests of any key.

@@ -1,4 +1,5 @@
 // Matching: reads only, keeps no marks, so that any number of threads may match on one container.
+#include "condition.hpp"
 #include "inspectable.hpp"
 
 #include <varro2/eventutils.h>
@@ -10,24 +11,6 @@ using varro2::Bucket;
 using varro2::Pair;
 
 namespace {
-
-// The tests of one key against the facts of that key, of which there may be none.
-bool fits_bucket(const Bucket *facts, const Bucket &tests) {
-  guint32 fail = FALSE;
-  guint32 matched = FALSE;
-  bool all_negated = true;
-  for (const Pair *test = tests.first; test != nullptr && !fail; test = test->next) {
-    if (!test->negated)
-      all_negated = false;
-    if (facts == nullptr) {
-      key_value_is_contained(nullptr, test, &fail, &matched);
-      continue;
-    }
-    for (const Pair *fact = facts->first; fact != nullptr && !fail; fact = fact->next)
-      key_value_is_contained(fact, test, &fail, &matched);
-  }
-  return !fail && (matched || all_negated);
-}
 
 // Which buckets of the tests of any key were met by some fact's value. One for each of the first
 // buckets needs no memory.
@@ -94,7 +77,7 @@ bool fits(const AndList &facts, const AndList &tests) {
   if (!facts.wildcards.empty())
     return false;
   for (const Bucket &bucket : tests.keys)
-    if (!fits_bucket(facts.keys.find(bucket.key), bucket))
+    if (!varro2::fits_tests(facts.keys.find(bucket.key), bucket))
       return false;
   return tests.wildcards.empty() || fits_wildcards(facts, tests);
 }

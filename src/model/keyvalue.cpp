@@ -1,3 +1,4 @@
+#include "condition.hpp"
 #include "inspectable.hpp"
 #include "log.hpp"
 #include "quarks.hpp"
@@ -8,6 +9,8 @@
 
 using varro2::Pair;
 using varro2::PairFields;
+
+using varro2::texts_equal;
 
 namespace {
 
@@ -20,10 +23,6 @@ struct PairRecord {
     varro2::write_pair(pair, sink);
   }
 };
-
-bool texts_equal(const char *text1, const char *text2) noexcept {
-  return std::strcmp(varro2::text_or_empty(text1), varro2::text_or_empty(text2)) == 0;
-}
 
 char *copy_unless_empty(const char *text) {
   return varro2::is_empty(text) ? nullptr : g_strdup(text);
@@ -121,30 +120,11 @@ void key_value_is_contained(const KeyValue *key_value_container,
       *fail = TRUE;
     return;
   }
-  VARRO2_ASSERT(key_value_container->key_wildcard == FALSE &&
-                key_value_containee->key_wildcard == FALSE);
-  const KeyValue &container = *key_value_container;
-  const KeyValue &containee = *key_value_containee;
-  if (!varro2::is_empty(containee.name_space) &&
-      !texts_equal(containee.name_space, container.name_space)) {
+  const varro2::Verdict verdict = varro2::compare(*key_value_container, *key_value_containee);
+  if (verdict == varro2::Verdict::failed)
     *fail = TRUE;
-    return;
-  }
-  const bool container_negated = container.negated != FALSE;
-  const bool containee_negated = containee.negated != FALSE;
-  if (container_negated && containee_negated)
-    return;
-  if (!container_negated && !containee_negated) {
-    const bool fits = container.value_wildcard || containee.value_wildcard ||
-                      std::strcmp(container.value, containee.value) == 0;
-    *(fits ? matched : fail) = TRUE;
-    return;
-  }
-  const KeyValue &negative = container_negated ? container : containee;
-  const KeyValue &positive = container_negated ? containee : container;
-  if (negative.value_wildcard ||
-      (!positive.value_wildcard && std::strcmp(negative.value, positive.value) == 0))
-    *fail = TRUE;
+  else if (verdict == varro2::Verdict::matched)
+    *matched = TRUE;
 }
 
 void key_value_serialize(const KeyValue *key_value, GByteArray *array) noexcept {
