@@ -6,15 +6,13 @@
 #include <cstdlib>
 #include <iterator>
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define VARRO2_FINDS_LEAKS
-#endif
-#elif defined(__SANITIZE_ADDRESS__)
-#define VARRO2_FINDS_LEAKS
+#ifndef __has_feature
+#define __has_feature(feature) 0
 #endif
 
-#ifdef VARRO2_FINDS_LEAKS
+// Only a fuzzer gets through so many inputs that this matters.
+#if __has_feature(address_sanitizer)
+#define VARRO2_FINDS_LEAKS
 #include <sanitizer/allocator_interface.h>
 #endif
 
@@ -39,6 +37,13 @@ void on_free(const volatile void *memory) {
       return;
     }
 }
+
+// GLib makes the first table when it is loaded, before anything else of this program runs.
+__attribute__((no_sanitize("address", "undefined"))) void install_hooks(int, char **, char **) {
+  __sanitizer_install_malloc_and_free_hooks(on_malloc, on_free);
+}
+__attribute__((section(".preinit_array"), used)) void (*const install)(int, char **,
+                                                                       char **) = install_hooks;
 #endif
 
 void on_log(const gchar *, GLogLevelFlags level, const gchar *message, gpointer) {
@@ -52,8 +57,5 @@ void on_log(const gchar *, GLogLevelFlags level, const gchar *message, gpointer)
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
   g_log_set_default_handler(on_log, nullptr);
-#ifdef VARRO2_FINDS_LEAKS
-  __sanitizer_install_malloc_and_free_hooks(on_malloc, on_free);
-#endif
   return 0;
 }
