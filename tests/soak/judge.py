@@ -120,8 +120,9 @@ class Witness:
     def __init__(self, path, switch_kills):
         self.introduced = collections.defaultdict(list)  # [(call, answer, end by the switch)]
         self.resent = collections.Counter()              # property values that were asked for
+        self.switches = collections.defaultdict(set)     # those that introduced them at all
         names, open_calls = {}, {}
-        gone = {}
+        self.gone = gone = {}
         current = None
         entries = [line.split() for line in lines(path)]
         for word in entries:
@@ -143,6 +144,7 @@ class Witness:
             if word[0] == "S":
                 self.resent[pair] += 1
                 open_calls[switch, pair] = int(time)
+                self.switches[pair].add(switch)
             elif word[0] == "R":
                 self.resent[pair] += 1
             else:
@@ -290,9 +292,9 @@ class Judge:
                 missing_runs += 1
             in_run = True
         # Between two introductions one stretch may be missing, and none without a switch that went.
-        # The producer may serve for a moment longer than the switch lives.
         sent_last = stream.offered.get(last, 0)
-        ends = sum(1 for time in self.switch_kills if first < time < sent_last)
+        ends = sum(1 for switch in self.witness.switches[pair]
+                   if self.witness.gone.get(switch, NEVER) < sent_last)
         if missing_runs > ends:
             self.faults.append(f"{where}: events are missing in {missing_runs} places, and the "
                                f"switch ended {ends} times meanwhile")

@@ -2,6 +2,8 @@
 import os
 import pathlib
 
+KINDS = {"p": "producer", "c": "consumer", "s": "switch"}
+COLOURS = {"producer": "tab:green", "consumer": "tab:blue", "switch": "tab:red"}
 FEWEST = 20     # points that tell something
 BLOCKS = " ▁▂▃▄▅▆▇█"
 
@@ -78,17 +80,20 @@ def plot(all_series, title, file):
     matplotlib.rcParams["svg.hashsalt"] = "varro2"
     from matplotlib import pyplot
     figure, (memory, descriptors) = pyplot.subplots(2, 1, figsize=(6.4, 6), sharex=True)
+    named = set()
     for series in all_series:
-        if series.points:
-            times = [point[0] for point in series.points]
-            for axes, column in ((memory, 1), (descriptors, 2)):
-                axes.plot(times, [point[column] for point in series.points], label=series.name,
-                          linewidth=1.6 if series.name.startswith("switch") else 0.8)
+        kind = KINDS[series.name[0]]
+        for axes, column in ((memory, 1), (descriptors, 2)):
+            axes.plot([point[0] for point in series.points],
+                      [point[column] for point in series.points], color=COLOURS[kind],
+                      label=None if kind in named else kind,
+                      linewidth=1.6 if kind == "switch" else 0.8)
+        named.add(kind)
     memory.set(title=title, ylabel="kB of memory of its own", ylim=(0, None))
     descriptors.set(xlabel="seconds", ylabel="descriptors", ylim=(0, None))
     for axes in (memory, descriptors):
         axes.grid(alpha=0.3)
-    memory.legend(fontsize=6, ncol=3)
+    memory.legend()
     figure.tight_layout()
     figure.savefig(file, metadata={"Date": None})
     pyplot.close(figure)

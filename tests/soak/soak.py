@@ -65,7 +65,7 @@ def report(run, verdict, faults):
         ("went with a process's end", count["went with an end"]),
         ("between two introductions", count["not introduced"]),
         ("property values repeated", count["repeated"]),
-        ("dropped from full queues", run.count["dropped"]),
+        ("not sent, receiver gone", run.count["dropped"]),
         ("warnings in the logs", run.count["warnings"]),
     ])
     print("\n  memory of its own, and descriptors, begin to end; the rise is that of a line through "
@@ -103,8 +103,9 @@ def main():
                 if series.name in run.judged:
                     faults += series.faults()
         report(run, verdict, faults)
-        if options.plot and not samples.plot(list(run.series.values()),
-                                             f"Soak, seed {options.seed}", options.plot):
+        # The interpreter's memory would set the scale.
+        drawn = [series for series in run.series.values() if series.name in run.judged]
+        if options.plot and not samples.plot(drawn, f"Soak, seed {options.seed}", options.plot):
             print("python3-matplotlib is not installed: no plot", file=sys.stderr)
     finally:
         if options.keep or faults:
