@@ -11,4 +11,7 @@ namespace varro2 {
 // and on the connection that it is for.
 GSource *bus_source_new(sd_event *event, sd_bus *bus);
 
+// Nobody else gets at the loop object: all that it ever has to do is the connection's.
+void bus_source_set_sole(GSource *source);
+
 } // namespace varro2

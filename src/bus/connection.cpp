@@ -1,6 +1,7 @@
 #include "connection.hpp"
 
 #include "buserrors.hpp"
+#include "bussource.hpp"
 
 namespace varro2 {
 
@@ -70,6 +71,7 @@ std::unique_ptr<Connection> Connection::open(GError **error) {
     sd_bus_close_unref(bus);
     return nullptr;
   }
+  bus_source_set_sole(source);
   return std::unique_ptr<Connection>{new Connection{bus, source}};
 }
 
