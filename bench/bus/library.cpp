@@ -21,13 +21,18 @@ class Looped : public Base {
   Looped() : loop_{g_main_loop_new(nullptr, FALSE)} {}
 
   void watch(int descriptor, std::function<void()> readable) override {
-    g_unix_fd_add(
-        descriptor, static_cast<GIOCondition>(G_IO_IN | G_IO_HUP),
-        [](gint, GIOCondition, gpointer data) -> gboolean {
-          (*static_cast<std::function<void()> *>(data))();
-          return G_SOURCE_CONTINUE;
-        },
-        new std::function<void()>{std::move(readable)});
+    GSource *source =
+        g_unix_fd_source_new(descriptor, static_cast<GIOCondition>(G_IO_IN | G_IO_HUP));
+    const GUnixFDSourceFunc call = [](gint, GIOCondition, gpointer data) -> gboolean {
+      (*static_cast<std::function<void()> *>(data))();
+      return G_SOURCE_CONTINUE;
+    };
+    g_source_set_callback(source, G_SOURCE_FUNC(call),
+                          new std::function<void()>{std::move(readable)}, nullptr);
+    // Otherwise the loop wakes itself up twice around every call: the application's costs.
+    g_source_set_can_recurse(source, TRUE);
+    g_source_attach(source, nullptr);
+    g_source_unref(source);
   }
   void run() override { g_main_loop_run(loop_); }
   void quit() override { g_main_loop_quit(loop_); }

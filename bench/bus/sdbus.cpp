@@ -12,7 +12,7 @@ namespace {
 
 using namespace bench;
 
-constexpr const char *path = "/bench/consumer";
+constexpr const char *path = "/com/quor/Event/Consumer/0x55d0c0ffee10"; // as long as the library's
 constexpr const char *interface = "com.quor.Event.Consumer";
 
 int check(int r, const char *what) {
