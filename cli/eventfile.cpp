@@ -97,7 +97,8 @@ std::vector<EventLine> read_event_file(const std::string &path) {
     at += length;
   }
   if (!any)
-    throw Failure{place(path, line) + "there is no event in it"};
+    throw Failure{(path == "-" ? "standard input" : path) + ": there is no event in it",
+                  exit_nothing};
   return events;
 }
 

@@ -19,8 +19,14 @@ Style error_style;
 bool is_verbose = false;
 std::vector<std::string> *kept_warnings = nullptr;
 
+// What came from elsewhere steers no terminal; the text may have several lines.
 void write_line(const std::string &word, const std::string &text) {
-  std::fputs(("varro2: " + word + text + '\n').c_str(), stderr);
+  std::string shown = "varro2: " + word;
+  for (std::size_t begin = 0, end = 0; end != std::string::npos; begin = end + 1) {
+    end = text.find('\n', begin);
+    shown += printable(text.substr(begin, end - begin)) + '\n';
+  }
+  std::fputs(shown.c_str(), stderr);
 }
 
 void on_log(const gchar *, GLogLevelFlags level, const gchar *text, gpointer) {
@@ -30,12 +36,12 @@ void on_log(const gchar *, GLogLevelFlags level, const gchar *text, gpointer) {
     if (detail::messages != nullptr)
       detail::messages->push_back(line);
     else if (is_verbose)
-      write_line("", printable(line));
+      write_line("", line);
     break;
   case G_LOG_LEVEL_INFO:
   case G_LOG_LEVEL_DEBUG:
     if (is_verbose)
-      write_line("", printable(line));
+      write_line("", line);
     break;
   default:
     if (kept_warnings != nullptr && (level & G_LOG_FLAG_FATAL) == 0)

@@ -3,12 +3,15 @@
 
 #include "failure.hpp"
 #include "log.hpp"
+#include "text.hpp"
 
 #include <varro2/varro2.h>
 
+#include <cerrno>
 #include <clocale>
 #include <csignal>
 #include <cstring>
+#include <iostream>
 
 namespace varro2::cli {
 namespace {
@@ -47,8 +50,10 @@ void add_commands(CLI::App &app, Program &program) {
 int usage_error(const CLI::App &app, const std::string &text) {
   const auto parsed = app.get_subcommands();
   const std::string command = parsed.empty() ? "" : ' ' + parsed.front()->get_name();
-  std::fputs(("varro2" + command + ": " + text + "\nTry 'varro2" + command + " --help'.\n").c_str(),
-             stderr);
+  std::fputs(
+      ("varro2" + command + ": " + printable(text) + "\nTry 'varro2" + command + " --help'.\n")
+          .c_str(),
+      stderr);
   return exit_usage;
 }
 
@@ -76,6 +81,14 @@ int run(Program &program) {
   }
 }
 
+int show_help(const CLI::App &app, const CLI::Success &success) {
+  const int code = app.exit(success);
+  if (std::cout.flush())
+    return code;
+  note(std::string{"standard output: "} + std::strerror(errno));
+  return exit_failed;
+}
+
 int parse_and_run(int count, char **words) {
   Program program;
   CLI::App app{"See, send, test and understand the events of this device.", "varro2"};
@@ -85,7 +98,7 @@ int parse_and_run(int count, char **words) {
   try {
     app.parse(count, words);
   } catch (const CLI::Success &success) {
-    return app.exit(success);
+    return show_help(app, success);
   } catch (const CLI::ParseError &error) {
     return usage_error(app, told(app, error, count, words));
   }

@@ -225,7 +225,7 @@ bool LineReader::fill(Session &session) {
   char buffer[65536];
   const ssize_t count = read(descriptor_, buffer, sizeof buffer);
   if (count < 0 && errno != EINTR && errno != EAGAIN)
-    throw Failure{std::string{"standard input: "} + std::strerror(errno)};
+    throw Failure{name_ + ": " + std::strerror(errno)};
   if (count == 0)
     ended_ = true;
   if (count > 0)

@@ -6,6 +6,7 @@
 
 #include <map>
 #include <string>
+#include <utility>
 
 namespace varro2::cli {
 
@@ -48,7 +49,7 @@ bool iterate_until(Session &session, double seconds, const std::function<bool()>
 // Lines of a descriptor, while the main context runs.
 class LineReader {
  public:
-  explicit LineReader(int descriptor) : descriptor_{descriptor} {}
+  LineReader(int descriptor, std::string name) : descriptor_{descriptor}, name_{std::move(name)} {}
   // Nothing at the end. Throws Failure.
   std::optional<std::string> next(Session &session);
   std::size_t line() const { return line_; }
@@ -57,6 +58,7 @@ class LineReader {
   bool fill(Session &session);
 
   int descriptor_;
+  std::string name_; // for failures
   std::string text_;
   std::size_t begin_ = 0;
   std::size_t line_ = 0;

@@ -169,7 +169,7 @@ void add_describe(CLI::App &app, Program &program) {
       app.add_subcommand("describe", "Show all about a topic, a declaration or a type");
   command
       ->add_option("TOPIC-OR-ID", arguments->what,
-                   "A topic, its beginning or end, an id, a type or its number")
+                   "A topic, its beginning or end, an id, or a type")
       ->required();
   command->add_flag("--json", arguments->json, "One object a line");
   command->footer("For a property also its present state, asked of its producer.\n"

@@ -290,8 +290,8 @@ void add_lint(CLI::App &app, Program &program) {
   command->add_flag("--strict", arguments->strict, "Fail on warnings too");
   command->footer(
       R"(Each mistake with file, line, column and what is allowed. Errors are what cannot
-be used; warnings are what is read, but probably not as it was meant. Ends with 1
-when there are errors.
+be used; warnings are what is read, but probably not as it was meant. Ends with
+1 when there are errors.
   varro2 lint data/declarations.d/*.xml)");
   command->callback([&program, arguments] {
     program.command = [&program, arguments] { return lint(program, *arguments); };

@@ -122,8 +122,8 @@ void add_types(CLI::App &app, Program &program) {
   command->footer(R"(A type is a declaration that producers register by its name (varro2 send). The
 name is that of the file that holds it. A type that is in neither of
   /usr/share/event/declarations.d and /etc/event_switch/declarations.d
-here, because the switch keeps its types elsewhere, cannot be registered from here;
-it is shown by its number, which varro2 describe takes: varro2 describe '#2')");
+here, because the switch keeps its types elsewhere, cannot be registered from
+here; it is shown by its number, which describe takes: varro2 describe '#2')");
   command->callback([&program, arguments] {
     program.command = [&program, arguments] { return types(program, *arguments); };
   });

@@ -108,8 +108,8 @@ void add_monitor(CLI::App &app, Program &program) {
   command->add_flag("--notifications", arguments->notifications,
                     "Also when declarations come and go");
   command->footer(std::string{expression_help} + R"(
-In a template {NAME} is the value of that key, or one of {topic} {time} {monotonic}
-{kind} {values} {uid}; {key:NAME} is always the key.
+In a template {NAME} is the value of that key, or one of {topic} {time}
+{monotonic} {kind} {values} {uid}; {key:NAME} is always the key.
   varro2 monitor 'topic1=IO & (port=1 | port=2)' --format '{port}={state}'
   varro2 monitor --json topic1=Processor | jq .values.load_percent)");
   command->callback([&program, arguments] {

@@ -125,7 +125,8 @@ int send_many(const Arguments &arguments) {
   session.require_switch();
   session.quit_on_signals(exit_interrupted);
   Publisher publisher{session, arguments.timeout};
-  LineReader lines{input.get()};
+  const std::string name = arguments.from == "-" ? "standard input" : arguments.from;
+  LineReader lines{input.get(), name};
   Progress progress{"sending"};
   std::size_t sent = 0;
   const gint64 begin = g_get_monotonic_time();
@@ -140,8 +141,7 @@ int send_many(const Arguments &arguments) {
     } catch (const Failure &failure) {
       if (session.ended())
         throw;
-      throw Failure{(arguments.from == "-" ? "standard input" : arguments.from) + ":" +
-                        std::to_string(lines.line()) + ": " + failure.what(),
+      throw Failure{name + ':' + std::to_string(lines.line()) + ": " + failure.what(),
                     failure.code()};
     }
     progress.show(++sent, 0);
@@ -153,7 +153,11 @@ int send_many(const Arguments &arguments) {
     }
   }
   hold(session, arguments.hold);
-  return session.ended() ? session.result() : sent == 0 ? exit_nothing : exit_done;
+  if (session.ended())
+    return session.result();
+  if (sent == 0)
+    throw Failure{name + ": there is no event in it", exit_nothing};
+  return exit_done;
 }
 
 } // namespace
@@ -164,8 +168,7 @@ void add_send(CLI::App &app, Program &program) {
   auto *type = command->add_option("TYPE", arguments->type, "A declaration type (varro2 types)");
   command->add_option("KEY=VALUE", arguments->values, "For each key that the type leaves open");
   command
-      ->add_option("--from", arguments->from,
-                   "A file of events, one JSON object a line; '-': standard input")
+      ->add_option("--from", arguments->from, "Events, one JSON object a line; '-': standard input")
       ->type_name("FILE")
       ->excludes(type);
   command->add_option("--timeout", arguments->timeout, "For the declaration (10)")

@@ -51,8 +51,9 @@ void add_state(CLI::App &app, Program &program) {
   command->add_option("EXPRESSION", arguments->expression, "Which property")->required();
   command->add_flag("--json", arguments->json, "As one object");
   command->footer(
-      R"(Where several properties fit, the first that tells its state is shown. Ends with
-3 when none fits or none knows its state. See varro2 monitor --help for expressions.
+      R"(Where several properties fit, the first that tells its state is shown. Ends
+with 3 when none fits or none knows its state. See varro2 monitor --help for
+expressions.
   varro2 state 'topic1=NetworkLink & interface=eth0')");
   command->callback([&program, arguments] {
     program.command = [&program, arguments] { return state(program, *arguments); };

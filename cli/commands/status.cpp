@@ -330,13 +330,13 @@ class Report {
 void add_status(CLI::App &app, Program &program) {
   auto arguments = std::make_shared<Arguments>();
   CLI::App *command =
-      app.add_subcommand("status", "Show whether bus and switch are there, and who uses them");
+      app.add_subcommand("status", "Show whether bus and switch are there, and for whom");
   command->add_flag("--json", arguments->json, "As one object");
   command->footer(R"(
-To root and the switch's own user the switch tells who declares what, who
-subscribes to whom, and how its calls to them go: unanswered, waiting for the
-answers to others, dropped because the queue was full, overdue because the client
-hangs. Others, and with an older switch all, see the declarations of each producer.
+To root and its own user the switch tells who declares what, who subscribes to
+whom, and how its calls to them go: unanswered, waiting for answers to others,
+dropped because the queue was full, overdue because the client hangs. Others,
+and all with an older switch, see the declarations of each producer.
 Ends with 1 when bus or switch is missing.
   varro2 status --json | jq '.report.clients[] | select(.queue.waiting > 0)')");
   command->callback([&program, arguments] {

@@ -2,6 +2,7 @@
 #include "commandline.hpp"
 
 #include <csignal>
+#include <sstream>
 
 namespace varro2::test {
 namespace {
@@ -191,6 +192,18 @@ TEST_F(CommandLine, MistakesInEventsAreTold) {
       std::string::npos);
 }
 
+TEST_F(CommandLine, NothingInAFileIsNothingFound) {
+  const std::string file = write_file("empty.jsonl", "\n\n");
+  for (const std::vector<std::string> &command : {std::vector<std::string>{"send", "--from", file},
+                                                  {"replay", file},
+                                                  {"explain", "a", file}}) {
+    const Result result = varro2(command);
+    EXPECT_EQ(result.code, 3) << command.front();
+    EXPECT_EQ(result.errors, "varro2: " + file + ": there is no event in it\n");
+  }
+  EXPECT_EQ(varro2({"send", "--from", "/"}).errors, "varro2: /: Is a directory\n");
+}
+
 TEST_F(CommandLine, NoSwitchIsOneClearLine) {
   switch_.end(SIGTERM);
   for (const char *command : {"list", "tree", "types", "monitor"}) {
@@ -282,6 +295,38 @@ TEST_F(CommandLine, WrongArgumentsAreUsage) {
   EXPECT_EQ(usage({"tree", "--color", "red"}),
             "varro2 tree: --color: 'red' is none of auto, always, never")
       << "what is meant for all commands may stand behind one";
+}
+
+TEST(Help, FitsAScreen) {
+  std::vector<std::string> commands{""};
+  std::istringstream lines{varro2({"--help"}).output};
+  for (std::string line; std::getline(lines, line) && line != "Subcommands:";) {
+  }
+  for (std::string line; std::getline(lines, line) && !line.empty();)
+    commands.push_back(line.substr(2, line.find(' ', 2) - 2));
+  EXPECT_GT(commands.size(), 15u);
+  for (const std::string &command : commands) {
+    const std::string help = varro2(command.empty() ? std::vector<std::string>{"--help"}
+                                                    : std::vector{command, std::string{"--help"}})
+                                 .output;
+    EXPECT_LE(lines_in(help), 32u) << command;
+    std::istringstream rows{help};
+    for (std::string row; std::getline(rows, row);)
+      EXPECT_LE(row.size(), 80u) << command << ": " << row;
+  }
+}
+
+TEST(Help, ThatCannotBeWrittenIsAFailure) {
+  ChildProcess shell{{"bash", "-c", "'" VARRO2 "' --help >/dev/full"}};
+  EXPECT_EQ(shell.wait(), 1);
+  EXPECT_EQ(shell.errors(), "varro2: standard output: No space left on device\n");
+}
+
+TEST(Mistakes, SteerNoTerminal) {
+  EXPECT_EQ(varro2({"\x1b[31m"}).errors,
+            "varro2: there is no command '\\x1b[31m'\nTry 'varro2 --help'.\n");
+  EXPECT_EQ(varro2({"lint", "\x1b\xff"}).errors,
+            "varro2: \\x1b\uFFFD: No such file or directory\n");
 }
 
 } // namespace
