@@ -101,5 +101,32 @@ TEST(AllocationsOfMatching, NoneHoweverManySubscribe) {
   }
 }
 
+// Each token is asked for by ten of them.
+TEST(Memory, OfASubscriptionOfThreeTests) {
+  constexpr guint32 count = 10'000;
+  Subscribers subscribers;
+  const std::size_t before = bytes_held();
+  for (guint32 number = 0; number < count; ++number) {
+    OwnedExpression expression{subscribe_expression_new()};
+    subscribe_expression_set_id(expression.get(), number + 1);
+    subscribe_expression_set_dbus_service(expression.get(), ":1.1234");
+    subscribe_expression_set_dbus_object(expression.get(),
+                                         "/com/quor/Event/Consumer/0x55d0c0ffee00");
+    subscribe_expression_add_key_value(expression.get(), "topic0", "Device");
+    subscribe_expression_add_key_value(expression.get(), "LogicalState", "1");
+    const std::string token = "port-" + std::to_string(number % (count / 10));
+    subscribe_expression_add_key_value(expression.get(), "InputToken", token.c_str());
+    subscribers.add(std::move(expression));
+  }
+  EXPECT_LE((bytes_held() - before) / count, 360U);
+}
+
+TEST(Memory, OfAnEventOfEightKeys) {
+  const Setting setting{8};
+  const std::size_t before = bytes_held();
+  const OwnedEvent copy{event_copy(setting.filled.get())};
+  EXPECT_LE(bytes_held() - before, 1536U);
+}
+
 } // namespace
 } // namespace varro2::test
