@@ -1,5 +1,7 @@
 #include "types.hpp"
 
+#include <varro2/eventutils.h>
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,6 +19,7 @@ namespace {
 
 constexpr std::string_view suffix = ".xml";
 constexpr std::size_t longest_file_name = 255;
+constexpr std::size_t largest_file = 1024 * 1024; // that the library reads
 
 class File {
  public:
@@ -88,6 +91,16 @@ std::set<std::string> types_in(const std::string &folder) {
   return types;
 }
 
+// Neither too large nor something else than text. Asked of the text, not of the file: a disk that
+// fails is no fault of the declaration.
+bool can_be_read_back(const char *xml) {
+  if (std::strlen(xml) > largest_file)
+    return false;
+  const OwnedDeclaration declaration{
+      static_cast<EventDeclaration *>(event_utils_deserialize_xml(xml, IT_EVENT_DECLARATION))};
+  return declaration != nullptr;
+}
+
 bool sync_folder(const std::string &folder) {
   const File directory{folder, O_RDONLY | O_DIRECTORY};
   return directory.is_open() && directory.sync();
@@ -145,20 +158,17 @@ Types::Result Types::add(const std::string &type, const EventDeclaration &declar
     return {Outcome::exists, "The declaration type '" + type + "' exists already."};
   if (g_mkdir_with_parents(own_folder_.c_str(), 0755) != 0)
     return file_error("Could not create the folder", own_folder_);
+  const OwnedText xml{event_declaration_serialize_xml(&declaration)};
+  if (!can_be_read_back(xml.get()))
+    return {Outcome::bad_declaration,
+            "The declaration for '" + type + "' cannot be kept as a file."};
 
   const std::string path = path_in(own_folder_, type);
   const std::string temporary = temporary_path_in(own_folder_, type);
-  const OwnedText xml{event_declaration_serialize_xml(&declaration)};
   if (!write_whole(temporary, xml.get())) {
     const Result result = file_error("Could not write", temporary);
     unlink(temporary.c_str());
     return result;
-  }
-  // Too large, or not text: what nobody can read back is not kept.
-  if (!OwnedDeclaration{event_declaration_deserialize_xml_file(temporary.c_str())}) {
-    unlink(temporary.c_str());
-    return {Outcome::bad_declaration,
-            "The declaration for '" + type + "' cannot be kept as a file."};
   }
   if (rename(temporary.c_str(), path.c_str()) != 0) {
     const Result result = file_error("Could not put in place", path);

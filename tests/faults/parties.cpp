@@ -2,6 +2,8 @@
 
 #include <stdlib.h>
 
+#include <filesystem>
+
 namespace varro2::test {
 namespace {
 
@@ -12,6 +14,11 @@ std::string text_of(GError *error) {
 }
 
 } // namespace
+
+std::size_t open_descriptors() {
+  return static_cast<std::size_t>(
+      std::distance(std::filesystem::directory_iterator{"/proc/self/fd"}, {}));
+}
 
 Sender::Sender(const std::string &address) : producer_{event_producer_int_new_empty()} {
   setenv("DBUS_SYSTEM_BUS_ADDRESS", address.c_str(), 1);

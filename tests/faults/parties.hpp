@@ -9,6 +9,8 @@
 
 namespace varro2::test {
 
+std::size_t open_descriptors(); // of this process
+
 // Declares a greeting and a door as soon as it is made.
 class Sender {
  public:

@@ -5,7 +5,6 @@
 #include "switchprocess.hpp"
 
 #include <csignal>
-#include <filesystem>
 
 namespace varro2::test {
 namespace {
@@ -23,11 +22,6 @@ struct Fault {
 
 void PrintTo(const Fault &fault, std::ostream *out) {
   *out << fault.name;
-}
-
-std::size_t open_descriptors() {
-  return static_cast<std::size_t>(
-      std::distance(std::filesystem::directory_iterator{"/proc/self/fd"}, {}));
 }
 
 class Steps : public ::testing::TestWithParam<Fault> {
