@@ -16,7 +16,8 @@ BytesRef serialize(const SubscribeExpression &expression);
 // nobody else waiting, and what it is owed waits for it, in order and up to a limit.
 class Clients {
  public:
-  // The limit is for what waits for one client, in bytes.
+  // The limit is for what waits for one client, in bytes; all together get about four times as
+  // much.
   Clients(sd_event *loop, sd_bus *bus, std::size_t queue_limit);
 
   void global_declare_id(const Declaration &declaration);

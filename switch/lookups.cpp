@@ -118,7 +118,7 @@ void Lookups::ask(Lookup &lookup, const std::vector<const Declaration *> &declar
 
 int Lookups::on_event(sd_bus_message *message, void *self, sd_bus_error *error) noexcept {
   auto *lookups = static_cast<Lookups *>(self);
-  const BytesRef bytes = read_record(message, SERIALIZE_ID_EVENT, error);
+  const BytesRef bytes = read_record(message, SERIALIZE_ID_EVENT, lookups->quotas_, error);
   if (!bytes)
     return -EINVAL;
   std::uint32_t token = 0;

@@ -38,6 +38,7 @@ bool read(Options &options, int argc, char **argv) {
   gint64 subscriptions = static_cast<gint64>(usual_limits.subscriptions);
   gint64 bytes = static_cast<gint64>(usual_limits.bytes);
   gint64 calls = static_cast<gint64>(usual_limits.calls);
+  gint64 names = static_cast<gint64>(usual_limits.names);
   gboolean verbose = FALSE;
   gboolean version = FALSE;
   const GOptionEntry entries[] = {
@@ -58,9 +59,11 @@ bool read(Options &options, int argc, char **argv) {
       {"max-subscriptions", 0, 0, G_OPTION_ARG_INT64, &subscriptions,
        "Subscriptions that one user may have (default: 6000)", "NUMBER"},
       {"max-bytes", 0, 0, G_OPTION_ARG_INT64, &bytes,
-       "Bytes that they may have together (default: 16777216)", "NUMBER"},
+       "Bytes that they may have together (default: 4194304)", "NUMBER"},
       {"max-calls", 0, 0, G_OPTION_ARG_INT64, &calls,
        "Calls of one user that may wait for an answer (default: 256)", "NUMBER"},
+      {"max-names", 0, 0, G_OPTION_ARG_INT64, &names,
+       "Names of keys new to the switch that one user may bring in (default: 8192)", "NUMBER"},
       {"verbose", 'v', 0, G_OPTION_ARG_NONE, &verbose, "Log every change of the registry", nullptr},
       {"version", 0, 0, G_OPTION_ARG_NONE, &version, "Print the version and end", nullptr},
       {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr}};
@@ -76,7 +79,8 @@ bool read(Options &options, int argc, char **argv) {
   options.per_user = {.declarations = static_cast<std::size_t>(declarations),
                       .subscriptions = static_cast<std::size_t>(subscriptions),
                       .bytes = static_cast<std::size_t>(bytes),
-                      .calls = static_cast<std::size_t>(calls)};
+                      .calls = static_cast<std::size_t>(calls),
+                      .names = static_cast<std::size_t>(names)};
   options.verbose = verbose;
   options.version = version;
   if (!understood)
@@ -85,7 +89,7 @@ bool read(Options &options, int argc, char **argv) {
     std::fprintf(stderr, "varro2-switchd: '%s' is not understood\n", argv[1]);
   else if (options.property_state_limit < 1 || options.property_state_limit > 55)
     std::fprintf(stderr, "varro2-switchd: --property-state-timeout is from 1 to 55\n");
-  else if (std::min({declarations, subscriptions, bytes, calls}) < 0)
+  else if (std::min({declarations, subscriptions, bytes, calls, names}) < 0)
     std::fprintf(stderr, "varro2-switchd: a limit is 0 or more\n");
   else
     return true;

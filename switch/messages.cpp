@@ -4,6 +4,8 @@
 
 #include <cstdarg>
 #include <cstring>
+#include <string>
+#include <string_view>
 
 namespace varro2::switchd {
 
@@ -25,7 +27,35 @@ bool is_client_path(const char *path) {
   return sd_bus_object_path_is_valid(path) > 0 && std::strlen(path) <= G_MAXUINT16;
 }
 
-BytesRef read_record(sd_bus_message *message, std::uint8_t kind, sd_bus_error *error) {
+namespace {
+
+// GLib's table of names never shrinks.
+void count_if_new(void *new_names, std::string_view key) noexcept {
+  constexpr std::size_t counts_as_one = 64;
+  if (g_quark_try_string(std::string{key.substr(0, key.find('\0'))}.c_str()) == 0)
+    static_cast<Holding *>(new_names)->names += 1 + key.size() / counts_as_one;
+}
+
+bool charge_for_names(sd_bus_message *message, const Holding &new_names, Quotas &quotas,
+                      sd_bus_error *error) {
+  const std::optional<uid_t> user = quotas.user_of(message);
+  if (user && quotas.admits(message, {*user, new_names})) {
+    quotas.take({*user, new_names});
+    return true;
+  }
+  if (user)
+    refuse(error, SD_BUS_ERROR_LIMITS_EXCEEDED,
+           "The user %u has brought in as many new names of keys as it may.", *user);
+  else
+    refuse(error, SD_BUS_ERROR_ACCESS_DENIED, "The user of %s cannot be found out.",
+           sender_of(message));
+  return false;
+}
+
+} // namespace
+
+BytesRef read_record(sd_bus_message *message, std::uint8_t kind, Quotas &quotas,
+                     sd_bus_error *error) {
   const void *data = nullptr;
   std::size_t size = 0;
   if (const int status = sd_bus_message_read_array(message, 'y', &data, &size); status < 0) {
@@ -33,12 +63,17 @@ BytesRef read_record(sd_bus_message *message, std::uint8_t kind, sd_bus_error *e
     return {};
   }
   // The readers of the library end the process at a malformed record.
-  if (!RecordWalk{static_cast<const guint8 *>(data), size}.record(kind)) {
+  RecordWalk walk{static_cast<const guint8 *>(data), size};
+  Holding new_names;
+  walk.visit_keys(count_if_new, &new_names);
+  if (!walk.record(kind)) {
     note_malformed_record(message);
     refuse(error, SD_BUS_ERROR_INVALID_ARGS, "The bytes of '%s' are no record of the kind %u.",
            sd_bus_message_get_member(message), unsigned{kind});
     return {};
   }
+  if (new_names.names > 0 && !charge_for_names(message, new_names, quotas, error))
+    return {};
   BytesRef bytes = new_bytes();
   g_byte_array_append(bytes.get(), static_cast<const guint8 *>(data), static_cast<guint>(size));
   return bytes;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "owning.hpp"
+#include "quotas.hpp"
 
 #include <varro2/serialize.h>
 
@@ -38,8 +39,10 @@ const char *sender_of(sd_bus_message *message);
 bool is_client_path(const char *path);
 
 // Takes the next "ay" of a call, which is to hold a record of the given kind. One that cannot be
-// read is refused, with the sender named in the log once, and nothing comes back.
-BytesRef read_record(sd_bus_message *message, std::uint8_t kind, sd_bus_error *error);
+// read is refused, with the sender named in the log once, and nothing comes back; so is one with
+// more new names of keys than its sender's user may still bring in. Those that pass are charged.
+BytesRef read_record(sd_bus_message *message, std::uint8_t kind, Quotas &quotas,
+                     sd_bus_error *error);
 
 // Answers a call with one "ay". This and done() return what a handler returns.
 int answer(sd_bus_message *call, const GByteArray &bytes);

@@ -2,6 +2,8 @@
 
 #include "messages.hpp"
 
+#include <algorithm>
+
 namespace varro2::switchd {
 namespace {
 
@@ -12,13 +14,15 @@ using Credentials = Counted<sd_bus_creds, sd_bus_creds_ref, sd_bus_creds_unref>;
 const Quotas::Limit Quotas::all_limits_[] = {{"declarations", &Holding::declarations},
                                              {"subscriptions", &Holding::subscriptions},
                                              {"bytes", &Holding::bytes},
-                                             {"waiting calls", &Holding::calls}};
+                                             {"waiting calls", &Holding::calls},
+                                             {"new names of keys", &Holding::names}};
 
 Holding &Holding::operator+=(const Holding &other) {
   declarations += other.declarations;
   subscriptions += other.subscriptions;
   bytes += other.bytes;
   calls += other.calls;
+  names += other.names;
   return *this;
 }
 
@@ -27,6 +31,7 @@ Holding &Holding::operator-=(const Holding &other) {
   subscriptions -= other.subscriptions;
   bytes -= other.bytes;
   calls -= other.calls;
+  names -= other.names;
   return *this;
 }
 
@@ -58,12 +63,14 @@ bool Quotas::admits(sd_bus_message *call, const Charge &charge, const Holding &f
   unsigned bit = 1;
   for (const auto &[what, member] : all_limits_) {
     // Who stays below a limit is not refused for another one that is over.
-    if (charge.amount.*member > 0 && holding.*member > limits_.*member) {
-      unsigned &reported = clients_[sender_of(call)].reported;
-      if ((reported & bit) == 0)
-        g_warning("The user %u holds all the %s allowed (%zu): refused %s of %s", charge.user, what,
-                  limits_.*member, sd_bus_message_get_member(call), sender_of(call));
-      reported |= bit;
+    const std::size_t limit = limit_of(charge.user, member);
+    if (charge.amount.*member > 0 && holding.*member > limit) {
+      Client &client = clients_[sender_of(call)];
+      if ((client.reported & bit) == 0)
+        g_warning("The user %u holds all the %s allowed (%zu): refused %s of %s (process %d)",
+                  charge.user, what, limit, sd_bus_message_get_member(call), sender_of(call),
+                  client.process);
+      client.reported |= bit;
       return false;
     }
     bit <<= 1;
@@ -71,7 +78,19 @@ bool Quotas::admits(sd_bus_message *call, const Charge &charge, const Holding &f
   return true;
 }
 
+// With what the others have, so much that as much again is left.
+std::size_t Quotas::limit_of(uid_t user, std::size_t Holding::*member) const {
+  const std::size_t limit = limits_.*member;
+  if (member != &Holding::bytes)
+    return limit;
+  std::size_t of_others = all_.*member;
+  if (const auto found = holdings_.find(user); found != holdings_.end())
+    of_others -= found->second.*member;
+  return limit - std::min(limit, of_others / 2);
+}
+
 void Quotas::take(const Charge &charge) {
+  all_ += charge.amount;
   holdings_[charge.user] += charge.amount;
 }
 
@@ -80,6 +99,7 @@ void Quotas::give_back(const Charge &charge) {
   if (found == holdings_.end())
     return;
   found->second -= charge.amount;
+  all_ -= charge.amount;
   if (found->second == Holding{})
     holdings_.erase(found);
 }

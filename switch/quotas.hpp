@@ -17,6 +17,9 @@ struct Holding {
   std::size_t subscriptions = 0;
   std::size_t bytes = 0; // of declarations and subscriptions
   std::size_t calls = 0; // that wait for an answer
+  // Of keys, which nobody had used before. They stay in the memory of the process for good, so they
+  // are never given back. A long one counts for each 64 bytes that it has begun.
+  std::size_t names = 0;
 
   Holding &operator+=(const Holding &other);
   Holding &operator-=(const Holding &other);
@@ -24,9 +27,13 @@ struct Holding {
 };
 
 // Room for 200 producers of 50 declarations and 200 consumers of 20 subscriptions under one user,
-// and not for much more, on a machine with 64 MiB.
-inline constexpr Holding usual_limits{
-    .declarations = 12'000, .subscriptions = 6'000, .bytes = 16 * 1024 * 1024, .calls = 256};
+// and not for much more, on a machine with 64 MiB: those have 3 MB of records. In memory a record
+// takes some three times its size, and ten times when it is all of the shortest pairs.
+inline constexpr Holding usual_limits{.declarations = 12'000,
+                                      .subscriptions = 6'000,
+                                      .bytes = 4 * 1024 * 1024,
+                                      .calls = 256,
+                                      .names = 8192};
 
 // Who holds something.
 struct Charge {
@@ -43,7 +50,9 @@ class Quotas {
   std::optional<uid_t> user_of(sd_bus_message *call);
 
   // Whether there is room for the charge once `former` of the same user is given back. If not, user
-  // and sender are named in the log, for each sender and limit once.
+  // and sender are named in the log, for each sender and limit once. Of bytes a user may have no
+  // more than is left for the others, of twice what one may have: all users together stay below
+  // that, and there is always some room for who comes next.
   bool admits(sd_bus_message *call, const Charge &charge, const Holding &former = {});
 
   void take(const Charge &charge);
@@ -65,6 +74,8 @@ class Quotas {
   }
 
  private:
+  std::size_t limit_of(uid_t user, std::size_t Holding::*member) const;
+
   struct Limit {
     const char *what;
     std::size_t Holding::*member;
@@ -73,6 +84,7 @@ class Quotas {
 
   Holding limits_;
   std::map<uid_t, Holding> holdings_;
+  Holding all_;                           // of all users together
   std::map<std::string, Client> clients_; // by bus name
 };
 

@@ -118,8 +118,10 @@ int Service::debug(sd_bus_message *call, sd_bus_error *) {
             "%" G_GUINT64_FORMAT " dropped",
             window.answered(), window.unanswered(), window.waiting(), window.dropped());
   for (const auto &[user, holding] : quotas_.holdings())
-    g_message("User %u: %zu declarations, %zu subscriptions, %zu bytes, %zu waiting calls", user,
-              holding.declarations, holding.subscriptions, holding.bytes, holding.calls);
+    g_message("User %u: %zu declarations, %zu subscriptions, %zu bytes, %zu waiting calls, "
+              "%zu new names of keys",
+              user, holding.declarations, holding.subscriptions, holding.bytes, holding.calls,
+              holding.names);
   return done(call);
 }
 
@@ -127,7 +129,9 @@ int Service::quit(sd_bus_message *call, sd_bus_error *error) {
   if (!is_operator(call))
     return refuse(error, SD_BUS_ERROR_ACCESS_DENIED,
                   "Only root and the switch's own user may end it.");
-  g_message("Ending, as %s asked", sender_of(call));
+  const Quotas::Client &client = *quotas_.find_client(sender_of(call));
+  g_message("Ending, as %s asked (user %u, process %d)", sender_of(call), client.user,
+            client.process);
   sd_event_exit(loop_, EXIT_SUCCESS);
   return done(call);
 }

@@ -1,3 +1,4 @@
+#include "samebytes.hpp"
 #include "service.hpp"
 
 #include <varro2/notification.h>
@@ -6,6 +7,18 @@
 #include <cstring>
 
 namespace varro2::switchd {
+namespace {
+
+// But for what this switch has written into the former one; the other one is given it as well.
+bool is_same(const Subscription &former, SubscribeExpression *expression) {
+  subscribe_expression_set_id(expression, former.id);
+  subscribe_expression_set_dbus_service(expression, former.consumer.bus_name.c_str());
+  subscribe_expression_set_dbus_object(expression, former.consumer.path.c_str());
+  subscribe_expression_set_consumer_token(expression, former.token);
+  return have_same_bytes(*serialize(*former.expression).get(), *serialize(*expression).get());
+}
+
+} // namespace
 
 const sd_bus_vtable Service::consumer_methods_[] = {
     SD_BUS_VTABLE_START(0),
@@ -36,12 +49,18 @@ int Service::subscribe(sd_bus_message *call, sd_bus_error *error) {
     return status;
   if (!is_client_path(path))
     return refuse(error, SD_BUS_ERROR_INVALID_ARGS, "'%.200s' is no object path.", path);
-  const BytesRef bytes = read_record(call, SERIALIZE_ID_SUBSCRIBE_EXPRESSION, error);
+  const BytesRef bytes = read_record(call, SERIALIZE_ID_SUBSCRIBE_EXPRESSION, quotas_, error);
   if (!bytes)
     return -EINVAL;
 
   const Address consumer{sender_of(call), path};
+  OwnedExpression wanted{subscribe_expression_deserialize(bytes.get())};
   const Subscription *former = registry_.find_subscription(consumer, token);
+  // As with declarations: it is subscribed for two switches, and must not be without in between.
+  if (former != nullptr && is_same(*former, wanted.get())) {
+    tell_again(*former);
+    return done(call);
+  }
   const auto charge = admit(call, {.subscriptions = 1, .bytes = bytes->len + std::strlen(path)},
                             former != nullptr ? &former->charge : nullptr, error);
   if (!charge)
@@ -49,8 +68,7 @@ int Service::subscribe(sd_bus_message *call, sd_bus_error *error) {
   if (former != nullptr)
     cancel(former->id);
   const Subscription &added =
-      registry_.subscribe(consumer, name, token,
-                          OwnedExpression{subscribe_expression_deserialize(bytes.get())}, *charge);
+      registry_.subscribe(consumer, name, token, std::move(wanted), *charge);
   quotas_.take(*charge);
   note_change();
   g_info("'%s' (%s%s) subscribed %u", name, consumer.bus_name.c_str(), path, added.id);
@@ -61,6 +79,14 @@ int Service::subscribe(sd_bus_message *call, sd_bus_error *error) {
     clients_.notify(added, declared, NOTIFY_DECLARATION_ADDED);
   }
   return done(call);
+}
+
+void Service::tell_again(const Subscription &subscription) {
+  for (const std::uint32_t global_id : subscription.declarations) {
+    const Declaration &declared = *registry_.find_declaration(global_id);
+    clients_.notify(subscription, declared, NOTIFY_DECLARATION_ADDED);
+  }
+  refresh(subscription);
 }
 
 void Service::cancel(std::uint32_t subscription_id, const std::string &gone) {
@@ -98,12 +124,16 @@ int Service::refresh_property(sd_bus_message *call, sd_bus_error *error) {
   if (found == nullptr)
     return refuse(error, error_no_subscription, "The consumer has no subscription with token %u.",
                   token);
-  for (const std::uint32_t global_id : found->declarations) {
+  refresh(*found);
+  return done(call);
+}
+
+void Service::refresh(const Subscription &subscription) {
+  for (const std::uint32_t global_id : subscription.declarations) {
     const Declaration &declared = *registry_.find_declaration(global_id);
     if (event_declaration_is_property(declared.declaration.get()))
-      clients_.refresh_property(declared, found->id);
+      clients_.refresh_property(declared, subscription.id);
   }
-  return done(call);
 }
 
 int Service::disconnect_consumer(sd_bus_message *call, sd_bus_error *) {
@@ -116,7 +146,7 @@ int Service::disconnect_consumer(sd_bus_message *call, sd_bus_error *) {
 }
 
 int Service::get_property_state(sd_bus_message *call, sd_bus_error *error) {
-  const BytesRef bytes = read_record(call, SERIALIZE_ID_SUBSCRIBE_EXPRESSION, error);
+  const BytesRef bytes = read_record(call, SERIALIZE_ID_SUBSCRIBE_EXPRESSION, quotas_, error);
   if (!bytes)
     return -EINVAL;
   const OwnedExpression expression{subscribe_expression_deserialize(bytes.get())};

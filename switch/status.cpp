@@ -171,6 +171,7 @@ class Report {
     writer_.number("subscriptions", held.subscriptions);
     writer_.number("bytes", held.bytes);
     writer_.number("calls", held.calls);
+    writer_.number("names", held.names);
   }
 
   void client(std::string_view name, const Client &client) {

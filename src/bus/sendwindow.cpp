@@ -24,6 +24,9 @@ void subtract(std::atomic<std::uint64_t> &total, std::uint64_t count) {
   total.fetch_sub(count, std::memory_order_relaxed);
 }
 
+// Of a bound for all together everybody gets so much.
+constexpr std::size_t least_queue = 16 * 1024;
+
 // The bound counts what is to be delivered, so that users can reckon with it. What an entry costs
 // beside that is of the same order, as long as small ones do not count for nothing.
 constexpr std::size_t least_size = 64;
@@ -109,7 +112,7 @@ void SendWindow::send(const char *receiver, WindowCall call) {
     release_if_done(queue);
   } else {
     enqueue(queue, std::move(call));
-    if (queue.waiting_bytes > limits_.queued_bytes)
+    if (queue.waiting_bytes > limits_.queued_bytes || limits_.all_queued_bytes != 0)
       drop_oldest(queue, ended);
     if (first && turn != Turn::later)
       pump(ended);
@@ -289,6 +292,7 @@ void SendWindow::enqueue(Queue &queue, WindowCall call) {
   if (queue.waiting.empty())
     queue.moved_at = g_get_monotonic_time();
   queue.waiting_bytes += call.size;
+  waiting_bytes_ += call.size;
   queue.waiting.push_back(std::move(call));
   ++waiting_;
   add(totals.waiting, 1);
@@ -299,6 +303,7 @@ WindowCall SendWindow::take_first(Queue &queue) {
   WindowCall call = std::move(queue.waiting.front());
   queue.waiting.pop_front();
   queue.waiting_bytes -= call.size;
+  waiting_bytes_ -= call.size;
   --waiting_;
   subtract(totals.waiting, 1);
   if (queue.waiting.empty())
@@ -310,7 +315,13 @@ WindowCall SendWindow::take_first(Queue &queue) {
 // moves nothing either, but is soon over.
 std::size_t SendWindow::bound_of(const Queue &queue) const {
   const bool moving = g_get_monotonic_time() - queue.moved_at < limits_.hang_after;
-  return moving ? std::max(limits_.burst_bytes, limits_.queued_bytes) : limits_.queued_bytes;
+  const std::size_t bound =
+      moving ? std::max(limits_.burst_bytes, limits_.queued_bytes) : limits_.queued_bytes;
+  if (limits_.all_queued_bytes == 0)
+    return bound;
+  const std::size_t of_others = waiting_bytes_ - queue.waiting_bytes;
+  const std::size_t left = limits_.all_queued_bytes - std::min(limits_.all_queued_bytes, of_others);
+  return std::min(bound, std::max(left / 4, least_queue));
 }
 
 // The newest entry stays, however large it is.

@@ -76,6 +76,9 @@ struct SendLimits {
   // The same while the receiver still answers, so that a burst which is faster than the bus is not
   // taken for a receiver that hangs. 0: no more than above.
   std::size_t burst_bytes = 0;
+  // Of all receivers together, about: one queue may have a quarter of what is left of it. 0: no
+  // bound.
+  std::size_t all_queued_bytes = 0;
   gint64 hang_after = 10 * G_USEC_PER_SEC; // with nothing moving. Microseconds
   gint64 suspect_after = G_USEC_PER_SEC;   // with no answer. Microseconds
   guint64 timeout = call_timeout;          // of each call. Microseconds
@@ -220,6 +223,7 @@ class SendWindow {
   std::size_t held_by_suspects_ = 0;
   gint64 looked_for_suspects_at_ = 0; // monotonic microseconds
   std::size_t waiting_ = 0;
+  std::size_t waiting_bytes_ = 0;
   std::uint64_t answered_ = 0;
   std::uint64_t dropped_ = 0;
   std::function<void()> idle_handler_;

@@ -102,6 +102,8 @@ bool RecordWalk::pair(Test &test) noexcept {
       !number(value_type, 1) || !tags())
     return false;
   test.any_key = key_wildcard != 0;
+  if (visitor_ != nullptr)
+    visitor_(visitor_data_, test.key);
   if (key_wildcard == TRUE)
     test.key = {};
   return !(key_wildcard != 0 && value_wildcard != 0) && is_value_type(value_type);

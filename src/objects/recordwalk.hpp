@@ -25,6 +25,13 @@ class RecordWalk {
 
   bool at_end() const noexcept { return at_ == end_; }
 
+  // Has the key of each pair told on the way, before it is known whether all the bytes are good.
+  using KeyVisitor = void (*)(void *user_data, std::string_view key) noexcept;
+  void visit_keys(KeyVisitor visitor, void *user_data) noexcept {
+    visitor_ = visitor;
+    visitor_data_ = user_data;
+  }
+
  private:
   struct Test {
     std::string_view key; // as the reader takes it: none for a test of any key
@@ -59,6 +66,8 @@ class RecordWalk {
 
   const guint8 *at_;
   const guint8 *end_;
+  KeyVisitor visitor_ = nullptr;
+  void *visitor_data_ = nullptr;
 };
 
 } // namespace varro2

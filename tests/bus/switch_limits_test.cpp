@@ -76,6 +76,50 @@ TEST_F(SwitchLimits, SubscriptionsAndBytes) {
   EXPECT_EQ(count_in(log, complaint("bytes allowed (2000): refused Declare of ", client)), 1u);
 }
 
+class SwitchNames : public SwitchTest {
+ protected:
+  SwitchNames() : SwitchTest{{"--max-names=20"}} {}
+
+  static Bytes with_key(const std::string &key, std::uint32_t local_id) {
+    const OwnedDeclaration declaration = declaration_of("a", local_id);
+    event_declaration_add_key(declaration.get(), key.c_str(), VALUE_TYPE_STRING);
+    return taken(event_declaration_serialize(declaration.get()));
+  }
+};
+
+// The names of keys stay with the switch for good, so who leaves gives nothing back.
+TEST_F(SwitchNames, AreCountedForGood) {
+  for (int round = 0; round < 19; ++round) {
+    SwitchClient client;
+    EXPECT_EQ(client.declare(with_key("new" + std::to_string(round), 1)).error_name, "") << round;
+  }
+  SwitchClient client;
+  EXPECT_EQ(client.declare(with_key("one too many", 1)).error_name, limits_exceeded);
+  const OwnedExpression wanted{subscribe_expression_new()};
+  subscribe_expression_add_key(wanted.get(), "another");
+  const Bytes bytes = taken(subscribe_expression_serialize(wanted.get()));
+  EXPECT_EQ(client.subscribe(1, bytes).error_name, limits_exceeded);
+  EXPECT_EQ(client.get_property_state(bytes).error_name, limits_exceeded);
+  EXPECT_EQ(client
+                .producer("AddDeclaration",
+                          g_variant_new("(s@ay)", "type", bytes_variant(with_key("x", 1)).get()))
+                .error_name,
+            limits_exceeded);
+  // What is known can still be used.
+  EXPECT_EQ(client.declare(with_key("new3", 1)).error_name, "");
+  client.settle();
+  EXPECT_NE(event_switch_->process()->errors().find(
+                "holds all the new names of keys allowed (20): refused Declare of " +
+                client.unique_name()),
+            std::string::npos);
+}
+
+TEST_F(SwitchNames, LongOnesCountMore) {
+  SwitchClient client;
+  EXPECT_EQ(client.declare(with_key(std::string(64 * 20, 'n'), 1)).error_name, limits_exceeded);
+  EXPECT_EQ(client.declare(with_key(std::string(64 * 18, 'n'), 1)).error_name, "");
+}
+
 TEST_F(SwitchLimits, WaitingCalls) {
   SwitchClient producer;
   producer.stay_silent("Subscribe");

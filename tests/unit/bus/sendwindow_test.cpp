@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <optional>
 
 namespace varro2::test {
@@ -186,6 +187,23 @@ TEST_F(SendWindowTest, KeepsLessForAReceiverThatHangs) {
     send("a.b", i, 1000);
   EXPECT_EQ(window->waiting(), 10u);
   EXPECT_EQ(window->dropped(), 20u);
+}
+
+TEST_F(SendWindowTest, KeepsLessForEachWhenManyHang) {
+  open(
+      {.unanswered_per_receiver = 1, .queued_bytes = 1024 * 1024, .all_queued_bytes = 1024 * 1024});
+  const LogCapture log;
+  for (int receiver = 0; receiver < 40; ++receiver)
+    for (guint32 i = 0; i <= 40; ++i)
+      send(("a.b" + std::to_string(receiver)).c_str(), i, 10'000);
+  EXPECT_GT(window->waiting() * 10'000, 1024u * 1024 * 3 / 4);
+  EXPECT_LT(window->waiting() * 10'000, 1024u * 1024 * 3 / 2);
+  std::map<std::string, std::size_t> waiting;
+  window->visit_queues([&waiting](const std::string &receiver, const QueueState &queue) {
+    waiting[receiver] = queue.waiting;
+  });
+  EXPECT_EQ(waiting["a.b0"], 26u); // a quarter of all
+  EXPECT_EQ(waiting["a.b39"], 1u);
 }
 
 TEST_F(SendWindowTest, WarnsAgainWhenTheQueueWasEmptyBetween) {
