@@ -133,6 +133,45 @@ void records(const Folder &folder) {
     folder.write("records", name, record.str());
 }
 
+// What no writer makes: it is refused, or every reader stands it.
+void broken_records(const Folder &folder) {
+  const auto event_of = [](const PlainPair &made) {
+    return RecordWriter{}.u8(1).event(container(1, {made})).str();
+  };
+  PlainPair odd = pair("a", "1");
+  odd.type = 9;
+  folder.write("records", "broken-value-type", event_of(odd));
+  odd = pair("a", std::string("1\0002", 3));
+  folder.write("records", "broken-nul", event_of(odd));
+  odd = any_key("1");
+  odd.any_value = true;
+  folder.write("records", "broken-any-of-both",
+               RecordWriter{}.u8(6).expression(container(2, {odd})).str());
+  PlainContainer made = container(2, {pair("a", "1")});
+  made.lists.front().keys.front().push_back(pair("b", "1"));
+  folder.write("records", "broken-two-keys", RecordWriter{}.u8(6).expression(made).str());
+  made = container(2, {any_key("1")});
+  made.lists.front().any_keys.front().push_back(any_key("2"));
+  folder.write("records", "broken-two-values", RecordWriter{}.u8(6).expression(made).str());
+  made = container(2, {any_key("1")});
+  std::swap(made.lists.front().keys, made.lists.front().any_keys);
+  folder.write("records", "broken-table", RecordWriter{}.u8(6).expression(made).str());
+  made = container(1, {});
+  made.lists.front().keys.emplace_back();
+  folder.write("records", "broken-bucket", RecordWriter{}.u8(1).event(made).str());
+  made.lists.clear();
+  folder.write("records", "broken-no-list", RecordWriter{}.u8(1).event(made).str());
+  made = container(1, {pair("a", "1")});
+  made.lists.push_back(made.lists.front());
+  folder.write("records", "broken-lists", RecordWriter{}.u8(1).event(made).str());
+  folder.write("records", "broken-kind",
+               RecordWriter{}.u8(1).event(container(0, {pair("a", "1")})).str());
+  const std::string whole = RecordWriter{}.u8(0).declaration(container(0, facts())).str();
+  folder.write("records", "broken-short", std::string_view{whole}.substr(0, whole.size() - 1));
+  folder.write("records", "broken-count",
+               RecordWriter{}.u8(9).u32(0xFFFFFFFF).declaration(container(0, {})).str());
+}
+
 constexpr const char *declaration_text =
     "<declare internal=\"true\"><expression>"
     "<keyvalue key=\"topic0\" name-space=\"tns1\" value=\"Device\"/>"
@@ -249,10 +288,10 @@ void choices(const Folder &folder) {
     }
     return bytes;
   };
-  for (unsigned kind = 0; kind < 8; ++kind) {
+  for (unsigned kind = 0; kind < 32; ++kind) {
     const std::string name = "choices-" + std::to_string(kind);
     folder.write("written", name, counting(kind, kind, 160));
-    folder.write("matching", name, counting(kind, kind, kind < 3 ? 60 : 700));
+    folder.write("matching", name, counting(kind, kind, kind % 8 < 3 ? 60 : 700));
     folder.write("json", name, counting(kind, kind, 120));
     folder.write("container", name, counting(kind, kind, 500));
   }
@@ -269,6 +308,7 @@ int main(int argc, char **argv) {
   }
   const Folder folder{argv[1]};
   records(folder);
+  broken_records(folder);
   documents(folder);
   expressions(folder);
   event_files(folder);
