@@ -72,7 +72,7 @@ VARRO2_API gboolean consumer_token_exists(Consumer *consumer, guint32 token) VAR
  * Records a subscription, not sent yet; it replaces one with the same token.
  *
  * @param expression is serialised at once.
- * @param notification_cb may be NULL.
+ * @param event_cb, notification_cb may be NULL: then none is delivered.
  * @param secure a SubscriptionType; when secure, both callbacks are secure ones, cast.
  */
 VARRO2_API void consumer_prepare_subscribe(Consumer *consumer, guint32 token,

@@ -74,7 +74,7 @@ VARRO2_API gboolean inspectable_set_value(Inspectable *inspect, const char *key,
 VARRO2_API gboolean inspectable_set_value_as_string(Inspectable *inspect, const char *key,
                                                     const char *value) VARRO2_NOEXCEPT;
 
-/** Sets the producer's own text for a value. Declarations only. */
+/** Sets the producer's own text for a value, NULL for none. Declarations only. */
 VARRO2_API gboolean inspectable_set_value_user_string(Inspectable *inspect, const char *key,
                                                       const char *user_string) VARRO2_NOEXCEPT;
 

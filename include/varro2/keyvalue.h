@@ -66,7 +66,8 @@ VARRO2_API KeyValue *key_value_copy(const KeyValue *key_value) VARRO2_NOEXCEPT;
 /** Appends a copy of tag unless the pair has it. The tag may be NULL, the pair must not. */
 VARRO2_API void key_value_add_tag(KeyValue *key_value, const char *tag) VARRO2_NOEXCEPT;
 
-/** Appends tag, which must come from GLib's allocator and then belongs to the pair. */
+/** Appends tag, which must come from GLib's allocator and then belongs to the pair. The tag may be
+ * NULL, the pair must not. */
 VARRO2_API void key_value_give_tag(KeyValue *key_value, char *tag) VARRO2_NOEXCEPT;
 
 /** Whether all but value_settable is equal; tags in any order. Neither may be NULL. */

@@ -39,6 +39,7 @@ void event_consumer_int_setup(EventConsumer *event_consumer, const char *name,
                               EventConsumerSetupCallback setup_callback,
                               gpointer user_data) noexcept {
   VARRO2_ASSERT(event_consumer != NULL);
+  VARRO2_ASSERT(name != NULL);
   event_consumer->consumer = ConsumerRef::adopt(consumer_new(name));
   queue(*event_consumer, [setup_callback, user_data](EventConsumer &handle) {
     OwnedError error;

@@ -62,6 +62,7 @@ void event_producer_int_setup(EventProducer *event_producer, const char *name,
                               ProducerSubscribersChanged subscribers_changed,
                               gpointer user_data) noexcept {
   VARRO2_ASSERT(event_producer != NULL);
+  VARRO2_ASSERT(name != NULL);
   event_producer->producer = ProducerRef::adopt(producer_new(name, subscribers_changed, user_data));
   queue(*event_producer, [setup_callback, user_data](EventProducer &handle) {
     OwnedError error;

@@ -61,7 +61,7 @@ Query *query_new(void) noexcept {
 }
 
 gint32 query_init_dbus(Query *query) noexcept {
-  VARRO2_ASSERT(query != NULL);
+  VARRO2_EXPECT(query != NULL, 0);
   const LockedQuery self{query};
   self->connection = Connection::open(NULL);
   if (!self->connection)
@@ -70,7 +70,7 @@ gint32 query_init_dbus(Query *query) noexcept {
 }
 
 GList *query_send_get_declarations(Query *query) noexcept {
-  VARRO2_ASSERT(query != NULL);
+  VARRO2_EXPECT(query != NULL, NULL);
   const LockedQuery self{query};
   BusError error;
   OwnedBytes data;
@@ -85,7 +85,7 @@ GList *query_send_get_declarations(Query *query) noexcept {
 }
 
 GList *query_send_get_declaration_types(Query *query) noexcept {
-  VARRO2_ASSERT(query != NULL);
+  VARRO2_EXPECT(query != NULL, NULL);
   const LockedQuery self{query};
   BusError error;
   MessageRef reply;

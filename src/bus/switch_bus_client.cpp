@@ -172,8 +172,11 @@ int com_quor_Event_Switch_Query_get_all_declarations(sd_bus *bus, sd_bus_error *
 
 int com_quor_Event_Switch_Query_get_declaration_types(sd_bus *bus, sd_bus_error *error,
                                                       sd_bus_message **reply) noexcept {
+  if (bus == nullptr)
+    return refuse("bus == NULL");
+  VARRO2_EXPECT(reply, -1);
   const int r = ask(bus, switch_query::get_declaration_types, error, reply);
-  if (r < 0 || reply == nullptr || is_acceptable(*reply, is_declaration_list))
+  if (r < 0 || is_acceptable(*reply, is_declaration_list))
     return r;
   MessageRef::adopt(std::exchange(*reply, nullptr)).reset();
   return refuse_answer(error);
