@@ -11,7 +11,8 @@ std::string key_names(const Record &record) {
   std::vector<std::string> keys;
   for (const Pair &pair : record.pairs)
     keys.push_back(pair.key);
-  return keys.empty() ? "there are no keys at all" : "there are " + joined(keys, ", ");
+  return keys.empty() ? "there are no keys at all"
+                      : (keys.size() == 1 ? "there is " : "there are ") + joined(keys, ", ");
 }
 
 std::string is_value(const Pair &pair) {

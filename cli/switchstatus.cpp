@@ -102,8 +102,10 @@ std::string reason_for(const sd_bus_error &error, int status) {
   if (sd_bus_error_has_names(&error, SD_BUS_ERROR_UNKNOWN_METHOD, SD_BUS_ERROR_UNKNOWN_INTERFACE,
                              SD_BUS_ERROR_UNKNOWN_OBJECT))
     return "this switch is an older one that does not tell who holds what";
-  if (status == -ETIMEDOUT ||
-      sd_bus_error_has_names(&error, SD_BUS_ERROR_NO_REPLY, SD_BUS_ERROR_TIMEOUT))
+  // That is what the bus says; an answer that takes too long has no such name.
+  if (sd_bus_error_has_name(&error, SD_BUS_ERROR_NO_REPLY))
+    throw Failure{"the switch left the bus without an answer"};
+  if (status == -ETIMEDOUT)
     throw Failure{"the switch did not answer within 10 seconds"};
   return std::string{"the switch does not tell who holds what: "} +
          (error.message != nullptr ? error.message : std::strerror(-status));

@@ -199,13 +199,14 @@ class Report {
     }
     bus(session != nullptr, reason);
     const auto owner = session ? session->switch_owner() : std::nullopt;
+    bool answers = false;
     if (owner)
-      all_about(*session, *owner);
+      answers = all_about(*session, *owner);
     else if (session)
-      no_switch();
+      no_switch("nobody has the name com.quor.Event.Switch");
     if (json_)
       program_.out.line(dump(object_.get()));
-    return owner ? exit_done : exit_failed;
+    return answers ? exit_done : exit_failed;
   }
 
  private:
@@ -231,14 +232,25 @@ class Report {
     put(object_, "bus", json.release());
   }
 
-  void no_switch() {
+  void no_switch(const std::string &reason) {
     OwnedJson json{json_object()};
     put(json, "there", json_false());
+    put(json, "reason", json_text(reason));
     put(object_, "switch", json.release());
-    line("event switch", Mark::bad, "nobody has the name com.quor.Event.Switch");
+    line("event switch", Mark::bad, printable(reason));
   }
 
-  void all_about(Session &session, const SwitchOwner &owner) {
+  bool all_about(Session &session, const SwitchOwner &owner) {
+    try {
+      tell(session, owner);
+      return true;
+    } catch (const Failure &failure) {
+      no_switch(failure.what());
+      return false;
+    }
+  }
+
+  void tell(Session &session, const SwitchOwner &owner) {
     std::string reason;
     const std::optional<SwitchStatus> status = ask_status(session, &reason);
     the_switch(owner, status ? status->version : "");

@@ -103,6 +103,18 @@ TEST_F(OtherSwitch, ThatTellsNonsenseIsNoHarm) {
   EXPECT_NE(varro2({"status"}).output.find("cannot be read"), std::string::npos);
 }
 
+TEST_F(OtherSwitch, ThatLeavesWhileItIsAskedIsMissing) {
+  switch_.answer_error("GetStatus", "org.freedesktop.DBus.Error.NoReply", "it disconnected");
+  const Result status = varro2({"status"});
+  EXPECT_EQ(status.code, 1);
+  EXPECT_NE(status.output.find("event switch   the switch left the bus without an answer\n"),
+            std::string::npos)
+      << status.output;
+  const Result json = varro2({"status", "--json"});
+  EXPECT_EQ(json.code, 1);
+  EXPECT_TRUE(json_is_string(json_object_get(Json{json.output}.at("switch"), "reason")));
+}
+
 TEST_F(OtherSwitch, ThatHasTroubleShowsIt) {
   tells(
       R"({"version":"9","truncated":true,"totals":{"answered":5,"unanswered":3,"waiting":12,)"
