@@ -88,6 +88,9 @@ class Service {
   void drop_producer(const Address &producer);
   // Producers on a connection that has gone are not told.
   void cancel(std::uint32_t subscription_id, const std::string &gone = {});
+  // What a new subscription would be told: the declarations there are, and the properties' values.
+  void tell_again(const Subscription &subscription);
+  void refresh(const Subscription &subscription);
   void drop_client(const std::string &bus_name);
 
   // Has the service manager told, soon and once for many changes, how much is declared.

@@ -162,6 +162,49 @@ TEST_F(SwitchTest, SameLocalIdReplacesTheDeclaration) {
   EXPECT_EQ(notification_get_declaration_id(removed.get()), 1u);
 }
 
+// A client that was slow to hear of two switches declares to the second one twice: because it heard
+// of the first, and because it heard of the second. What it has been given meanwhile stays with it,
+// so that its events find their way all the time.
+TEST_F(SwitchTest, TheSameDeclarationAgainKeepsItsIdAndSubscriptions) {
+  SwitchClient consumer;
+  consumer.subscribe(1, expression("a"));
+  SwitchClient producer;
+  producer.declare(declaration("a", 4));
+  producer.forget_calls();
+  EXPECT_EQ(producer.declare(declaration("a", 4)).error_message, "");
+  producer.settle();
+  ASSERT_EQ(producer.members(), (Members{"GlobalDeclareId", "DeclarationComplete"}));
+  EXPECT_EQ(numbers(producer.calls()[0], 3), (Numbers{4, 1, 1}));
+  EXPECT_EQ(numbers(producer.calls()[1], 2), (Numbers{4, 1}));
+  consumer.settle();
+  EXPECT_EQ(consumer.count("Notification"), 1u);
+  // It is held once.
+  EXPECT_EQ(producer.undeclare(1).error_message, "");
+  EXPECT_EQ(producer.undeclare(2).error_name, "com.quor.Event.Error.NotRegistered");
+}
+
+TEST_F(SwitchTest, TheSameSubscriptionAgainKeepsItsIdAndIsToldWhatThereIs) {
+  SwitchClient producer;
+  producer.declare(declaration("a", 1));
+  producer.declare(property("a", 2));
+  SwitchClient consumer;
+  consumer.subscribe(9, expression("a"));
+  producer.settle();
+  producer.forget_calls();
+  consumer.settle();
+  consumer.forget_calls();
+  EXPECT_EQ(consumer.subscribe(9, expression("a")).error_message, "");
+  producer.settle();
+  ASSERT_EQ(producer.members(), Members{"RefreshProperty"});
+  EXPECT_EQ(numbers(producer.calls()[0], 2), (Numbers{1, 2}));
+  consumer.settle();
+  EXPECT_EQ(consumer.count("Notification"), 2u);
+  // It is held once.
+  EXPECT_EQ(consumer.unsubscribe(9).error_message, "");
+  producer.settle();
+  EXPECT_EQ(producer.count("Unsubscribe"), 2u);
+}
+
 TEST_F(SwitchTest, UndeclareTakesBackAndOnlyItsOwnerMay) {
   SwitchClient consumer;
   consumer.subscribe(1, expression("a"));
