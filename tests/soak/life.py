@@ -130,7 +130,7 @@ class Life:
                 self.introduced.clear()
             elif word[0] in "pc":
                 self.names[word[1]] = word[2]
-            elif word[0] == "A" and word[1] == self.switch_name:
+            elif word[0] in "AN" and word[1] == self.switch_name:
                 self.introduced.add((self.names.get(word[2]), int(word[3]),
                                      self.names.get(word[4]), int(word[5])))
 

@@ -7,6 +7,7 @@
 //   c NAME CONSUMER               the connection of a consumer, by its Subscribe
 //   S SWITCH PRODUCER LOCAL-ID CONSUMER TOKEN TIME   the switch introduces a subscription
 //   A ... as above                the producer has answered that
+//   N ... as above                it asked for no answer to that, being short of calls
 //   R ... as above                the same subscription is to be served again, with a property
 #include <fcntl.h>
 #include <systemd/sd-bus.h>
@@ -147,9 +148,13 @@ class Witness {
                               std::to_string(address.token);
     std::uint64_t serial = 0;
     sd_bus_message_get_cookie(message, &serial);
-    open_[{sender, serial}] = about;
+    const bool asks = sd_bus_message_get_expect_reply(message) > 0;
+    if (asks)
+      open_[{sender, serial}] = about;
     by_id_[{sender, address.id}] = address.service + " " + std::to_string(address.token);
     line("S %s %lld", about.c_str(), now());
+    if (!asks)
+      line("N %s %lld", about.c_str(), now());
   }
 
   void see_refresh(sd_bus_message *message) {
