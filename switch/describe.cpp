@@ -32,7 +32,7 @@ std::string kind_of(const EventDeclaration *declaration) {
   return kind;
 }
 
-std::string joined(const Ids &ids) {
+std::string joined(const std::vector<std::uint32_t> &ids) {
   std::string text;
   for (const std::uint32_t id : ids)
     text += (text.empty() ? "" : " ") + std::to_string(id);
@@ -55,7 +55,8 @@ std::vector<std::string> describe(const Registry &registry) {
   for (const auto &[id, declared] : registry.declarations())
     rows.push_back({std::to_string(id), std::to_string(declared.producer_id),
                     std::to_string(declared.local_id), kind_of(declared.declaration.get()),
-                    topic_of(declared.declaration.get()), joined(declared.subscriptions)});
+                    topic_of(declared.declaration.get()),
+                    joined(ids_of(registry.matching(*declared.declaration)))});
   append_table(lines, rows);
 
   lines.push_back("Subscriptions: " + std::to_string(registry.subscriptions().size()));
@@ -63,7 +64,8 @@ std::vector<std::string> describe(const Registry &registry) {
   for (const auto &[id, subscription] : registry.subscriptions())
     rows.push_back({std::to_string(id), subscription.consumer.bus_name,
                     std::to_string(subscription.token), subscription.consumer.path,
-                    subscription.name, joined(subscription.declarations)});
+                    subscription.name,
+                    joined(ids_of(registry.matching(*subscription.expression)))});
   append_table(lines, rows);
   return lines;
 }

@@ -33,15 +33,7 @@ const Declaration &Registry::declare(const Address &address, std::string name,
 
   const bool is_new = owner.declarations.emplace(added.local_id, global_id).second;
   VARRO2_ASSERT(is_new);
-  const Inspectable &facts = added.declaration->inspectable;
-  declaration_index_.add(global_id, facts);
-  for (const std::uint32_t id : subscription_index_.candidates(facts)) {
-    Subscription &subscription = subscriptions_.at(id);
-    if (event_declaration_contains(added.declaration.get(), subscription.expression.get())) {
-      added.subscriptions.insert(id);
-      subscription.declarations.insert(global_id);
-    }
-  }
+  declaration_index_.add(global_id, added.declaration->inspectable);
   return added;
 }
 
@@ -51,8 +43,6 @@ Declaration Registry::remove_declaration(std::uint32_t global_id) {
   Declaration removed = std::move(node.mapped());
   declaration_index_.remove(global_id, removed.declaration->inspectable);
   producers_.at(removed.producer).declarations.erase(removed.local_id);
-  for (const std::uint32_t id : removed.subscriptions)
-    subscriptions_.at(id).declarations.erase(global_id);
   return removed;
 }
 
@@ -83,6 +73,16 @@ std::vector<const Declaration *> Registry::matching(const SubscribeExpression &e
   } else {
     for (const auto &[id, declaration] : declarations_)
       ask(declaration);
+  }
+  return fitting;
+}
+
+std::vector<const Subscription *> Registry::matching(const EventDeclaration &declaration) const {
+  std::vector<const Subscription *> fitting;
+  for (const std::uint32_t id : subscription_index_.candidates(declaration.inspectable)) {
+    const Subscription &subscription = subscriptions_.at(id);
+    if (event_declaration_contains(&declaration, subscription.expression.get()))
+      fitting.push_back(&subscription);
   }
   return fitting;
 }
@@ -145,10 +145,6 @@ const Subscription &Registry::subscribe(const Address &consumer, std::string nam
   added.expression = std::move(expression);
   added.charge = charge;
   subscription_index_.add(id, own->inspectable);
-  for (const Declaration *declaration : matching(*own)) {
-    added.declarations.insert(declaration->global_id);
-    declarations_.at(declaration->global_id).subscriptions.insert(id);
-  }
   return added;
 }
 
@@ -158,8 +154,6 @@ Subscription Registry::remove_subscription(std::uint32_t id) {
   Subscription removed = std::move(node.mapped());
   subscription_index_.remove(id, removed.expression->inspectable);
   subscription_keys_.erase({removed.consumer.bus_name, removed.consumer.path, removed.token});
-  for (const std::uint32_t global_id : removed.declarations)
-    declarations_.at(global_id).subscriptions.erase(id);
   return removed;
 }
 

@@ -46,16 +46,12 @@ class IdCounter {
   std::uint32_t last_;
 };
 
-// Ordered, so that whoever goes through one follows the order of arrival.
-using Ids = std::set<std::uint32_t>;
-
 struct Declaration {
   std::uint32_t global_id = 0;
   std::uint32_t local_id = 0;
   std::uint32_t producer_id = 0;
   Address producer;
   OwnedDeclaration declaration; // carries the three ids
-  Ids subscriptions;            // those that match
   Charge charge;
 };
 
@@ -65,7 +61,6 @@ struct Subscription {
   Address consumer;
   std::string name;
   OwnedExpression expression; // carries id, address and token
-  Ids declarations;           // those that match, by global id
   Charge charge;
 };
 
@@ -75,20 +70,22 @@ struct Producer {
   std::map<std::uint32_t, std::uint32_t> declarations; // local id to global id
 };
 
-// Declarations and subscriptions do not change once they are in, so whether two match is found out
-// once and kept on both sides. References stay valid until their record is removed.
+// Declarations and subscriptions do not change once they are in, so those that match are found
+// again whenever they are needed: kept, they would take memory by the product of both numbers, and
+// nobody's share limits that. References stay valid until their record is removed.
 class Registry {
  public:
   // The producer must not have a declaration with this local id. A producer that is not known yet
   // gets its id.
   const Declaration &declare(const Address &producer, std::string name,
                              OwnedDeclaration declaration, const Charge &charge = {});
-  // The record as it was, with the subscriptions that matched. The id must be known.
+  // The record as it was. The id must be known.
   Declaration remove_declaration(std::uint32_t global_id);
   const Declaration *find_declaration(std::uint32_t global_id) const;
   const Declaration *find_declaration(const Address &producer, std::uint32_t local_id) const;
-  // The declarations that an expression fits, in order of arrival.
+  // What fits each other, in order of arrival.
   std::vector<const Declaration *> matching(const SubscribeExpression &expression) const;
+  std::vector<const Subscription *> matching(const EventDeclaration &declaration) const;
 
   // The global ids, in the order of the local ones; empty for a producer that is not known.
   std::vector<std::uint32_t> declarations_of(const Address &producer) const;
@@ -99,7 +96,7 @@ class Registry {
   // The consumer must not have a subscription with this token.
   const Subscription &subscribe(const Address &consumer, std::string name, std::uint32_t token,
                                 OwnedExpression expression, const Charge &charge = {});
-  // The record as it was, with the declarations that matched. The id must be known.
+  // The record as it was. The id must be known.
   Subscription remove_subscription(std::uint32_t id);
   const Subscription *find_subscription(std::uint32_t id) const;
   const Subscription *find_subscription(const Address &consumer, std::uint32_t token) const;
@@ -129,9 +126,24 @@ class Registry {
   FactIndex declaration_index_;
   TestIndex subscription_index_;
   std::map<SubscriptionKey, std::uint32_t> subscription_keys_; // bus name, path, token
-  Ids producer_ids_in_use_;
-  Ids reserved_;
+  std::set<std::uint32_t> producer_ids_in_use_;
+  std::set<std::uint32_t> reserved_;
 };
+
+inline std::uint32_t id_of(const Declaration &declared) {
+  return declared.global_id;
+}
+inline std::uint32_t id_of(const Subscription &subscription) {
+  return subscription.id;
+}
+
+template <typename Record>
+std::vector<std::uint32_t> ids_of(const std::vector<const Record *> &records) {
+  std::vector<std::uint32_t> ids;
+  for (const Record *record : records)
+    ids.push_back(id_of(*record));
+  return ids;
+}
 
 // The registry as the lines of a table, for an operator.
 std::vector<std::string> describe(const Registry &registry);

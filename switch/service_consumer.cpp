@@ -73,19 +73,16 @@ int Service::subscribe(sd_bus_message *call, sd_bus_error *error) {
   note_change();
   g_info("'%s' (%s%s) subscribed %u", name, consumer.bus_name.c_str(), path, added.id);
   const BytesRef expression = serialize(*added.expression);
-  for (const std::uint32_t global_id : added.declarations) {
-    const Declaration &declared = *registry_.find_declaration(global_id);
-    clients_.subscribe(declared, expression);
-    clients_.notify(added, declared, NOTIFY_DECLARATION_ADDED);
+  for (const Declaration *declared : registry_.matching(*added.expression)) {
+    clients_.subscribe(*declared, expression);
+    clients_.notify(added, *declared, NOTIFY_DECLARATION_ADDED);
   }
   return done(call);
 }
 
 void Service::tell_again(const Subscription &subscription) {
-  for (const std::uint32_t global_id : subscription.declarations) {
-    const Declaration &declared = *registry_.find_declaration(global_id);
-    clients_.notify(subscription, declared, NOTIFY_DECLARATION_ADDED);
-  }
+  for (const Declaration *declared : registry_.matching(*subscription.expression))
+    clients_.notify(subscription, *declared, NOTIFY_DECLARATION_ADDED);
   refresh(subscription);
 }
 
@@ -95,11 +92,9 @@ void Service::cancel(std::uint32_t subscription_id, const std::string &gone) {
   note_change();
   g_info("%s%s ended the subscription %u", removed.consumer.bus_name.c_str(),
          removed.consumer.path.c_str(), subscription_id);
-  for (const std::uint32_t global_id : removed.declarations) {
-    const Declaration &declared = *registry_.find_declaration(global_id);
-    if (declared.producer.bus_name != gone)
-      clients_.unsubscribe(declared, subscription_id);
-  }
+  for (const Declaration *declared : registry_.matching(*removed.expression))
+    if (declared->producer.bus_name != gone)
+      clients_.unsubscribe(*declared, subscription_id);
 }
 
 int Service::unsubscribe(sd_bus_message *call, sd_bus_error *error) {
@@ -129,11 +124,9 @@ int Service::refresh_property(sd_bus_message *call, sd_bus_error *error) {
 }
 
 void Service::refresh(const Subscription &subscription) {
-  for (const std::uint32_t global_id : subscription.declarations) {
-    const Declaration &declared = *registry_.find_declaration(global_id);
-    if (event_declaration_is_property(declared.declaration.get()))
-      clients_.refresh_property(declared, subscription.id);
-  }
+  for (const Declaration *declared : registry_.matching(*subscription.expression))
+    if (event_declaration_is_property(declared->declaration.get()))
+      clients_.refresh_property(*declared, subscription.id);
 }
 
 int Service::disconnect_consumer(sd_bus_message *call, sd_bus_error *) {

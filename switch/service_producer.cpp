@@ -101,11 +101,12 @@ void Service::add(const Address &producer, const char *name, OwnedDeclaration de
   g_info("'%s' (%s%s) declared %u", name, producer.bus_name.c_str(), producer.path.c_str(),
          added.global_id);
   clients_.global_declare_id(added);
-  for (const std::uint32_t id : added.subscriptions)
-    clients_.subscribe(added, serialize(*registry_.find_subscription(id)->expression));
+  const auto fitting = registry_.matching(*added.declaration);
+  for (const Subscription *subscription : fitting)
+    clients_.subscribe(added, serialize(*subscription->expression));
   clients_.declaration_complete(added);
-  for (const std::uint32_t id : added.subscriptions)
-    clients_.notify(*registry_.find_subscription(id), added, NOTIFY_DECLARATION_ADDED);
+  for (const Subscription *subscription : fitting)
+    clients_.notify(*subscription, added, NOTIFY_DECLARATION_ADDED);
 }
 
 int Service::undeclare(sd_bus_message *call, sd_bus_error *error) {
@@ -126,10 +127,10 @@ void Service::withdraw(std::uint32_t global_id, ProducerIs producer_is) {
   note_change();
   g_info("%s%s withdrew the declaration %u", removed.producer.bus_name.c_str(),
          removed.producer.path.c_str(), global_id);
-  for (const std::uint32_t id : removed.subscriptions) {
+  for (const Subscription *subscription : registry_.matching(*removed.declaration)) {
     if (producer_is == ProducerIs::there)
-      clients_.unsubscribe(removed, id);
-    clients_.notify(*registry_.find_subscription(id), removed, NOTIFY_DECLARATION_REMOVED);
+      clients_.unsubscribe(removed, subscription->id);
+    clients_.notify(*subscription, removed, NOTIFY_DECLARATION_REMOVED);
   }
 }
 

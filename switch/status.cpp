@@ -49,7 +49,7 @@ class Writer {
   void objects(const char *name, const Entries &entries, Write write) {
     list(name, entries, [&](const auto &entry) { element([&] { write(entry); }); });
   }
-  void numbers(const char *name, const Ids &ids) {
+  void numbers(const char *name, const std::vector<std::uint32_t> &ids) {
     list(name, ids, [this](std::uint32_t id) { text_ += std::to_string(id); });
   }
 
@@ -209,7 +209,7 @@ class Report {
       writer_.text("topic", topic_of(declaration));
       writer_.truth("property", event_declaration_is_property(declaration));
       writer_.truth("internal", event_declaration_is_internal(declaration));
-      writer_.number("subscribers", declared.subscriptions.size());
+      writer_.number("subscribers", source_.registry.matching(*declaration).size());
     });
   }
 
@@ -220,7 +220,7 @@ class Report {
       writer_.number("id", subscription->id);
       writer_.number("token", subscription->token);
       writer_.text("expression", text_of(*subscription->expression));
-      writer_.numbers("matches", subscription->declarations);
+      writer_.numbers("matches", ids_of(source_.registry.matching(*subscription->expression)));
     });
   }
 
