@@ -65,8 +65,7 @@ void producer_send_undeclare(Producer *producer,
   VARRO2_EXPECT(declaration_data != NULL);
   const LockedProducer self{producer};
   const std::unique_ptr<ProducerDeclarationData> data{declaration_data};
-  if (const guint32 global_id = event_declaration_get_global_id(data->declaration.get()))
-    self->undeclare(global_id);
+  self->undeclare(*data);
 }
 
 void producer_add_callback_params(Producer *producer, guint32 local_id,

@@ -26,6 +26,7 @@ struct ProducerDeclarationData final {
   std::shared_ptr<EventDeclaration> declaration;
   bool sent = false;                              // to the switch that is there now
   std::uint64_t attempt = 0;                      // which sending that was
+  std::uint64_t released_under = 0;               // which switch there was when it was released
   ProducerCompleteCallback complete_cb = nullptr; // none once called
   gpointer complete_data = nullptr;
   varro2::OwnedEvent cached_event{}; // the last complete one of a property
@@ -53,6 +54,7 @@ class ProducerState final : public BusObject {
 
   void declare(guint32 local_id);
   void undeclare(guint32 global_id);
+  void undeclare(const ProducerDeclarationData &released);
   bool send_event(const Event &event, GError **error);
   void disconnect();
   void add_type(const char *type, const EventDeclaration &declaration,
@@ -93,6 +95,7 @@ class ProducerState final : public BusObject {
   gpointer user_data_ = nullptr;
   std::map<guint32, std::unique_ptr<ProducerDeclarationData>> declarations_; // by local id
   std::uint64_t attempts_ = 0;
+  std::uint64_t switches_gone_ = 0;
   std::vector<const Subscriber *> matching_; // kept for its memory
 };
 

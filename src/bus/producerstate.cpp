@@ -97,6 +97,7 @@ std::unique_ptr<ProducerDeclarationData> ProducerState::release(guint32 local_id
   remove_property_hook(data->declaration.get());
   data->complete_cb = nullptr;
   data->complete_data = nullptr;
+  data->released_under = switches_gone_;
   if (had_counted)
     report_subscribers();
   return data;
@@ -161,6 +162,13 @@ void ProducerState::undeclare(guint32 global_id) {
         build_switch_call(bus(), switch_producer::undeclare, path.c_str(), global_id));
 }
 
+// An id of a switch that has gone since is none of the present one's, or another declaration's.
+void ProducerState::undeclare(const ProducerDeclarationData &released) {
+  const guint32 global_id = event_declaration_get_global_id(released.declaration.get());
+  if (global_id != 0 && released.released_under == switches_gone_)
+    undeclare(global_id);
+}
+
 void ProducerState::disconnect() {
   if (connection)
     connection->take_leave(build_switch_call(bus(), switch_producer::disconnect, path.c_str()));
@@ -196,6 +204,7 @@ void ProducerState::switch_online() {
 
 void ProducerState::switch_offline() {
   connection->forget_switch();
+  ++switches_gone_;
   bool had_counted = false;
   for (const auto &[local_id, data] : declarations_) {
     had_counted = had_counted || data->subscribers.any_counted();

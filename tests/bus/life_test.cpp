@@ -50,6 +50,38 @@ TEST_F(Life, AProducerThatIsThereFirstIsServedWhenTheSwitchComes) {
   EXPECT_EQ(switch_.calls().size(), 2U);
 }
 
+// The next switch may have given the same id to another declaration of this producer.
+TEST_F(Life, AnUndeclarationForASwitchThatHasGoneIsNotMadeToTheNext) {
+  switch_.come();
+  GError *error = nullptr;
+  Producer *producer = producer_new("hello", nullptr, nullptr);
+  ASSERT_TRUE(producer_init_dbus(producer, &error));
+  for (const guint32 local_id : {1U, 2U}) {
+    producer_allocate_decl_data(producer, local_id, greeting().release(), nullptr, nullptr);
+    producer_send_declare(producer, local_id);
+  }
+  ASSERT_TRUE(switch_.wait_for("Declare", 2));
+  const Call declared = switch_.calls("Declare").front();
+  switch_.global_declare_id(declared, 1, 51, 1);
+  switch_.global_declare_id(declared, 2, 52, 1);
+
+  ProducerDeclarationData *released = producer_release_declare_id(producer, 1);
+  switch_.leave();
+  ASSERT_TRUE(iterate_until([&] { return !producer_declaration_complete(producer, 2); }));
+  switch_.come();
+  ASSERT_TRUE(switch_.wait_for("Declare", 3));
+  producer_send_undeclare(producer, released);
+  switch_.fence(declared.sender);
+  EXPECT_EQ(switch_.count("Undeclare"), 0U);
+
+  // One that was released since is undeclared.
+  switch_.global_declare_id(declared, 2, 51, 1);
+  producer_send_undeclare(producer, producer_release_declare_id(producer, 2));
+  switch_.fence(declared.sender);
+  EXPECT_EQ(switch_.count("Undeclare"), 1U);
+  g_object_unref(producer);
+}
+
 TEST_F(Life, ARestartDeclaresAndSubscribesEverythingOnce) {
   switch_.come();
   ProducerHandle producer{"hello"};
