@@ -203,14 +203,18 @@ void Pair::store_tags_once(const GList *list, Arena &arena) {
   GList *last = nullptr;
   for_each_tag_once(
       list, [&](const char *tag) { last = store_tag(last, tag, view_of(tag).size(), arena); });
+  stored_once_ = 1;
 }
 
 bool Pair::has_stored_tags_once() const noexcept {
   guint32 count = 0;
-  for (const GList *tag = tags; tag != nullptr; tag = tag->next, ++count)
-    if (count == stored_tags_ || count == few_tags ||
-        has_tag(tag->next, static_cast<const char *>(tag->data)))
+  for (const GList *tag = tags; tag != nullptr; tag = tag->next, ++count) {
+    if (count == stored_tags_)
       return false;
+    if (!stored_once_ &&
+        (count == few_tags || has_tag(tag->next, static_cast<const char *>(tag->data))))
+      return false;
+  }
   return true;
 }
 

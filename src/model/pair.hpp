@@ -126,7 +126,8 @@ struct Pair final : KeyValue {
   void free_own() noexcept;
 
   guint32 value_capacity_ = 0;         // bytes at value that may be written, the NUL included
-  guint32 stored_tags_ : 26 = 0;       // so many tags, the first ones, live in the arena
+  guint32 stored_tags_ : 25 = 0;       // so many tags, the first ones, live in the arena
+  guint32 stored_once_ : 1 = 0;        // among them none is there twice for certain
   guint32 own_texts_ : text_count = 0; // a bit for each text that came from GLib's allocator
 };
 

@@ -104,6 +104,17 @@ TEST(ContainerMemory, CopiesOfCopiesStayAsLarge) {
   EXPECT_LT(grown, 3 * slack);
 }
 
+TEST(ContainerMemory, CopiesOfCopiesOfManyTagsStayAsLarge) {
+  auto current = new_inspectable(IT_EVENT);
+  add(current, "A", "1");
+  for (int number = 0; number < 40; ++number)
+    inspectable_add_key_tag(current.get(), "A", std::to_string(number).c_str());
+  current = read_inspectable(record_of(current));
+  const auto grown =
+      growth_over(1'000, [&](int) { current.reset(inspectable_copy(current.get(), IT_EVENT)); });
+  EXPECT_LT(grown, slack);
+}
+
 TEST(ContainerMemory, EverythingIsGivenBack) {
   const auto round = [](int) {
     const auto declaration = new_inspectable(IT_EVENT_DECLARATION);

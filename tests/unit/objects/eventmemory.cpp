@@ -183,5 +183,65 @@ TEST(EventMemoryOfTags, ATagThatARecordBringsTwiceIsCopiedOnce) {
   EXPECT_EQ(count(copy_of(copy_of(received)).get()), 1u);
 }
 
+// However a key got its tags, and however many they are.
+class EventMemoryOfManyTags : public ::testing::TestWithParam<int> {
+ protected:
+  static std::string tag_name(int number) { return "tag" + std::to_string(number); }
+
+  static void expect_every_tag(const Event *event) {
+    GList *tags = event_get_tags_at(event, 0);
+    EXPECT_EQ(g_list_length(tags), static_cast<guint>(GetParam()));
+    g_list_free_full(tags, g_free);
+    for (int number = 0; number < GetParam(); ++number)
+      EXPECT_TRUE(event_has_tag_at(event, 0, tag_name(number).c_str())) << number;
+  }
+
+  // Each copy outlives what it was made of.
+  static void expect_in_copies_of_copies(const EventDeclaration *declaration) {
+    OwnedEvent event{event_declaration_generate_event(declaration)};
+    for (int copies = 0; copies < 3; ++copies) {
+      event = copy_of(event);
+      expect_every_tag(event.get());
+    }
+    event = read_back(event.get());
+    for (int copies = 0; copies < 3; ++copies) {
+      event = copy_of(event);
+      expect_every_tag(event.get());
+    }
+  }
+};
+
+TEST_P(EventMemoryOfManyTags, AddedOneByOne) {
+  const OwnedDeclaration declaration{event_declaration_new(FALSE)};
+  event_declaration_add_key(declaration.get(), "key", VALUE_TYPE_STRING);
+  for (int number = 0; number < GetParam(); ++number)
+    event_declaration_add_key_tag(declaration.get(), "key", tag_name(number).c_str());
+  expect_in_copies_of_copies(declaration.get());
+}
+
+TEST_P(EventMemoryOfManyTags, OfADocument) {
+  std::string xml = "<declare><expression><keyvalue key='key' value-wildcard='true'>";
+  for (int number = 0; number < GetParam(); ++number)
+    xml += "<tag tag='" + tag_name(number) + "'/>";
+  xml += "</keyvalue></expression></declare>";
+  OwnedDeclaration declaration{event_declaration_deserialize_xml(xml.c_str())};
+  expect_in_copies_of_copies(declaration.get());
+  declaration.reset(event_declaration_copy(declaration.get()));
+  declaration.reset(event_declaration_copy(declaration.get()));
+  expect_in_copies_of_copies(declaration.get());
+}
+
+TEST_P(EventMemoryOfManyTags, InSeveralBlocks) {
+  const OwnedDeclaration declaration{event_declaration_new(FALSE)};
+  event_declaration_add_key(declaration.get(), "key", VALUE_TYPE_STRING);
+  for (int number = 0; number < GetParam(); ++number)
+    event_declaration_add_key_tag(declaration.get(), "key", tag_name(number).c_str());
+  for (int number = 0; number < 60; ++number)
+    event_declaration_add_key(declaration.get(), key_name(number).c_str(), VALUE_TYPE_STRING);
+  expect_in_copies_of_copies(declaration.get());
+}
+
+INSTANTIATE_TEST_SUITE_P(Tags, EventMemoryOfManyTags, ::testing::Values(1, 16, 17, 40));
+
 } // namespace
 } // namespace varro2::test
