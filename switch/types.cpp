@@ -166,17 +166,17 @@ Types::Result Types::add(const std::string &type, const EventDeclaration &declar
   const std::string path = path_in(own_folder_, type);
   const std::string temporary = temporary_path_in(own_folder_, type);
   if (!write_whole(temporary, xml.get())) {
-    const Result result = file_error("Could not write", temporary);
+    Result result = file_error("Could not write", temporary);
     unlink(temporary.c_str());
     return result;
   }
   if (rename(temporary.c_str(), path.c_str()) != 0) {
-    const Result result = file_error("Could not put in place", path);
+    Result result = file_error("Could not put in place", path);
     unlink(temporary.c_str());
     return result;
   }
   if (!sync_folder(own_folder_)) {
-    const Result result = file_error("Could not sync the folder", own_folder_);
+    Result result = file_error("Could not sync the folder", own_folder_);
     unlink(path.c_str());
     return result;
   }

@@ -15,7 +15,7 @@ namespace varro2 {
 
 // The record of one pair, also of one outside a container.
 template <class Sink>
-void write_pair(const KeyValue &pair, Sink &sink);
+void write_pair(const KeyValue &pair, Sink &to);
 
 // The same read back, all fields up to the tags, which follow: a count of 16 bits and the texts.
 void read_pair_fields(Reader &reader, PairFields &fields);
