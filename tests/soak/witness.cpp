@@ -6,7 +6,7 @@
 //   p NAME PRODUCER               the connection of a producer, by its Declare
 //   c NAME CONSUMER               the connection of a consumer, by its Subscribe
 //   S SWITCH PRODUCER LOCAL-ID CONSUMER TOKEN TIME   the switch introduces a subscription
-//   A ... as above                the producer has answered that
+//   A ... as above                the producer has answered that, or a later call of the switch
 //   N ... as above                it asked for no answer to that, being short of calls
 //   R ... as above                the same subscription is to be served again, with a property
 #include <fcntl.h>
@@ -151,6 +151,8 @@ class Witness {
     const bool asks = sd_bus_message_get_expect_reply(message) > 0;
     if (asks)
       open_[{sender, serial}] = about;
+    else
+      unasked_[{sender, sd_bus_message_get_destination(message)}][serial] = about;
     by_id_[{sender, address.id}] = address.service + " " + std::to_string(address.token);
     line("S %s %lld", about.c_str(), now());
     if (!asks)
@@ -173,6 +175,12 @@ class Witness {
     std::uint64_t serial = 0;
     if (receiver == nullptr || sd_bus_message_get_reply_cookie(message, &serial) < 0)
       return;
+    // Calls to one client are taken in their order: with a later one those before are answered.
+    auto &unasked = unasked_[{receiver, sd_bus_message_get_sender(message)}];
+    while (!unasked.empty() && unasked.begin()->first < serial) {
+      line("A %s %lld", unasked.begin()->second.c_str(), now());
+      unasked.erase(unasked.begin());
+    }
     const auto found = open_.find({receiver, serial});
     if (found == open_.end())
       return;
@@ -183,7 +191,9 @@ class Witness {
 
   int log_;
   std::set<std::string> seen_;
-  std::map<std::pair<std::string, std::uint64_t>, std::string> open_;  // by switch and serial
+  std::map<std::pair<std::string, std::uint64_t>, std::string> open_; // by switch and serial
+  // Introductions that ask for no answer: by switch and producer, then by serial.
+  std::map<std::pair<std::string, std::string>, std::map<std::uint64_t, std::string>> unasked_;
   std::map<std::pair<std::string, std::uint32_t>, std::string> by_id_; // of the subscription
 };
 
