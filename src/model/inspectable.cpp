@@ -19,7 +19,8 @@ Inspectable::Inspectable(const Inspectable &source, guint32 new_type, const varr
     : type{new_type}, internal{source.internal}, arena_{room} {
   const std::size_t size = room.at != nullptr ? room.size : source.storage_size();
   arena_.reserve(size);
-  if (source.arena_.is_one_block()) {
+  // Of nothing at all there need not be a block here.
+  if (size != 0 && source.arena_.is_one_block()) {
     copy_block(source);
     return;
   }

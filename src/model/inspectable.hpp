@@ -62,10 +62,9 @@ struct Inspectable final : varro2::WithRoom<Inspectable> {
   const varro2::Pair *find(const char *key) const noexcept;
   varro2::Pair *find(const char *key) noexcept;
   // All three change a pair that find() gave.
-  varro2::OwnedText set_text(varro2::Pair &pair, varro2::Text which, std::string_view text) {
-    varro2::OwnedText former = pair.set_text(which, text, arena_);
+  void set_text(varro2::Pair &pair, varro2::Text which, std::string_view text) {
+    pair.set_text(which, text, arena_);
     look_for_strays(pair);
-    return former;
   }
   void set_value(varro2::Pair &pair, std::string_view text) {
     pair.set_value(text, arena_);

@@ -3,6 +3,8 @@
 #include "inspectable.hpp"
 #include "log.hpp"
 
+#include <string>
+
 using varro2::Pair;
 using varro2::Text;
 using varro2::view_of;
@@ -111,11 +113,11 @@ gboolean inspectable_set_nice_names(Inspectable *inspect, const char *key,
   if (pair == nullptr)
     return FALSE;
   // The names may change places.
-  varro2::OwnedText former;
+  const std::string second = varro2::text_or_empty(value_nice_name);
   if (key_nice_name != nullptr)
-    former = inspect->set_text(*pair, varro2::text_key_nice_name, key_nice_name);
+    inspect->set_text(*pair, varro2::text_key_nice_name, key_nice_name);
   if (value_nice_name != nullptr)
-    inspect->set_text(*pair, varro2::text_value_nice_name, value_nice_name);
+    inspect->set_text(*pair, varro2::text_value_nice_name, second);
   return TRUE;
 }
 

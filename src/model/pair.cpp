@@ -154,26 +154,25 @@ void Pair::free_own() noexcept {
   }
 }
 
-OwnedText Pair::set_text(Text which, std::string_view text, Arena &arena) {
+void Pair::set_text(Text which, std::string_view text, Arena &arena) {
   char *&member = this->*text_members[which];
   const bool absent = arena.is_absent(member);
   if (text.empty()) {
     if (!absent)
       *member = '\0';
-    return nullptr;
+    return;
   }
   if (which == text_value && text.size() < value_capacity_) {
     std::memmove(member, text.data(), text.size());
     member[text.size()] = '\0';
-    return nullptr;
+    return;
   }
-  OwnedText former{(own_texts_ & bit_of(which)) != 0 ? member : nullptr};
+  const OwnedText former{(own_texts_ & bit_of(which)) != 0 ? member : nullptr};
   member = absent ? arena.text(text) : new_text(text);
   if (!absent)
     own_texts_ = (own_texts_ | bit_of(which)) & all_texts;
   if (which == text_value)
     value_capacity_ = static_cast<guint32>(text.size() + 1);
-  return former;
 }
 
 void Pair::restart(const PairFields &fields, Arena &arena) {

@@ -78,9 +78,8 @@ struct Pair final : KeyValue {
 
   // Sets a text of a pair inside a container. The first one goes into the arena, a value stays in
   // its place while it fits, and what is set again and again comes from GLib's allocator, so that
-  // the arena does not grow. The new text may lie in the old one; what was the pair's own before is
-  // handed out, alive.
-  OwnedText set_text(Text which, std::string_view text, Arena &arena);
+  // the arena does not grow. The new text may lie in the old one.
+  void set_text(Text which, std::string_view text, Arena &arena);
   void set_value(std::string_view text, Arena &arena) {
     set_text(text_value, text, arena);
     value_wildcard = FALSE;

@@ -392,6 +392,12 @@ TEST(InspectableSet, NiceNamesCanChangePlaces) {
   inspectable_set_nice_names(inspect.get(), "A", pair->value_nice_name, pair->key_nice_name);
   EXPECT_STREQ(pair->key_nice_name, "name of the value");
   EXPECT_STREQ(pair->value_nice_name, "name of the key");
+  inspectable_set_nice_names(inspect.get(), "A", "", pair->key_nice_name);
+  EXPECT_STREQ(pair->key_nice_name, "");
+  EXPECT_STREQ(pair->value_nice_name, "name of the value");
+  inspectable_set_nice_names(inspect.get(), "A", pair->value_nice_name, "");
+  EXPECT_STREQ(pair->key_nice_name, "name of the value");
+  EXPECT_STREQ(pair->value_nice_name, "");
 }
 
 TEST(InspectableSet, TextsSurviveThemselves) {

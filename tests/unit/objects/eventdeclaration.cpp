@@ -136,6 +136,17 @@ TEST(EventDeclaration, ValuesAreStoredByTheirType) {
   EXPECT_STREQ(inspectable_get_value(content, "s"), "text");
 }
 
+TEST(EventDeclaration, AKeyIsDeclaredAgainWithItsOwnValue) {
+  const auto declaration = make_declaration();
+  const Inspectable *inspect = event_declaration_get_inspectable(declaration.get());
+  for (const char *text : {"short", "a text that needs memory of its own, being long"}) {
+    event_declaration_add_key_value(declaration.get(), "key", text, VALUE_TYPE_STRING);
+    EXPECT_TRUE(event_declaration_add_key_value(
+        declaration.get(), "key", inspectable_get_value(inspect, "key"), VALUE_TYPE_STRING));
+    EXPECT_STREQ(inspectable_get_value(inspect, "key"), text);
+  }
+}
+
 TEST(EventDeclaration, RefusesValueTypesThatThereAreNot) {
   for (const guint32 type : {0u, 5u, 0xFFFFFFFFu}) {
     const auto declaration = make_declaration();

@@ -166,6 +166,21 @@ TEST(EventMemoryWithoutKeys, CopiesNothing) {
   EXPECT_STREQ(event_get_value(event.get(), "key"), "value");
 }
 
+TEST(EventMemoryWithoutKeys, TakesAContainerWithoutAndLists) {
+  const auto bytes = new_bytes();
+  const guint8 record[] = {242, 0, 0, 1, 0, 0, 0};
+  g_byte_array_append(bytes.get(), record, sizeof record);
+  guint32 at = 0;
+  const OwnedInspectable nothing{inspectable_deserialize_internal(bytes.get(), &at)};
+  OwnedEvent event{event_new()};
+  event_set_inspectable(event.get(), nothing.get());
+  event = copy_of(event);
+  event_set_inspectable(event.get(), event_get_inspectable(event.get()));
+  EXPECT_EQ(event_get_key_count(event.get()), 0u);
+  event_add_tag(event.get(), "tag");
+  EXPECT_TRUE(event_has_tag(copy_of(event).get(), "tag"));
+}
+
 TEST(EventMemoryOfTags, ATagThatARecordBringsTwiceIsCopiedOnce) {
   const OwnedEvent event = copy_of(prepared_event(2));
   auto *pair =
