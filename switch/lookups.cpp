@@ -172,22 +172,25 @@ void Lookups::fail(Lookup &lookup, const char *why) {
   end(lookup);
 }
 
+// Out of the table first: a full queue takes a call only for giving up older ones, and those may be
+// what this lookup waits for, or others.
 void Lookups::end(Lookup &lookup) {
-  const std::uint32_t id = lookup.id;
+  const auto ended = lookups_.extract(lookup.id);
+  quotas_.give_back({lookup.user, one_call});
   for (const std::uint32_t global_id : lookup.asked)
     if (const Declaration *declaration = registry_.find_declaration(global_id))
-      clients_.unsubscribe(*declaration, id);
-  quotas_.give_back({lookup.user, one_call});
-  lookups_.erase(id);
-  registry_.release_subscription_id(id);
+      clients_.unsubscribe(*declaration, lookup.id);
+  registry_.release_subscription_id(lookup.id);
 }
 
 void Lookups::drop_caller(const std::string &bus_name) {
-  for (auto at = lookups_.begin(); at != lookups_.end();) {
-    Lookup &lookup = (at++)->second;
+  std::vector<std::uint32_t> ids;
+  for (const auto &[id, lookup] : lookups_)
     if (sender_of(lookup.call.get()) == bus_name)
-      end(lookup);
-  }
+      ids.push_back(id);
+  for (const std::uint32_t id : ids)
+    if (const auto left = lookups_.find(id); left != lookups_.end())
+      end(left->second);
 }
 
 } // namespace varro2::switchd
