@@ -40,8 +40,8 @@ void receive(const char *function, sd_bus_message *m, Consumer *consumer, Receiv
 }
 
 int consumer_receive_event_bus(sd_bus_message *m, void *self, sd_bus_error *error) noexcept {
-  VARRO2_ASSERT(m != NULL);
-  VARRO2_ASSERT(self != NULL);
+  VARRO2_ASSERT(m);
+  VARRO2_ASSERT(self);
   if (!is_acceptable(m, is_record<SERIALIZE_ID_EVENT>))
     return refuse_record(error);
   receive(__func__, m, static_cast<Consumer *>(self), consumer_receive_event);
@@ -49,8 +49,8 @@ int consumer_receive_event_bus(sd_bus_message *m, void *self, sd_bus_error *erro
 }
 
 int consumer_receive_notification_bus(sd_bus_message *m, void *self, sd_bus_error *error) noexcept {
-  VARRO2_ASSERT(m != NULL);
-  VARRO2_ASSERT(self != NULL);
+  VARRO2_ASSERT(m);
+  VARRO2_ASSERT(self);
   if (!is_acceptable(m, is_record<SERIALIZE_ID_NOTIFICATION>))
     return refuse_record(error);
   receive(__func__, m, static_cast<Consumer *>(self), consumer_receive_notification);
@@ -59,7 +59,7 @@ int consumer_receive_notification_bus(sd_bus_message *m, void *self, sd_bus_erro
 
 int consumer_get_name_bus(sd_bus *, const char *, const char *, const char *, sd_bus_message *reply,
                           void *self, sd_bus_error *) noexcept {
-  VARRO2_ASSERT(self != NULL);
+  VARRO2_ASSERT(self);
   const LockedConsumer consumer{static_cast<Consumer *>(self)};
   return sd_bus_message_append_basic(reply, SD_BUS_TYPE_STRING, consumer->name.c_str());
 }

@@ -13,8 +13,8 @@ bool read_numbers(sd_bus_message *m, Numbers *...numbers) {
 }
 
 int producer_receive_global_declare_id_bus(sd_bus_message *m, void *self, sd_bus_error *) noexcept {
-  VARRO2_ASSERT(m != NULL);
-  VARRO2_ASSERT(self != NULL);
+  VARRO2_ASSERT(m);
+  VARRO2_ASSERT(self);
   guint32 local_id = 0;
   guint32 global_id = 0;
   guint32 producer_id = 0;
@@ -26,8 +26,8 @@ int producer_receive_global_declare_id_bus(sd_bus_message *m, void *self, sd_bus
 
 int producer_receive_declaration_complete_bus(sd_bus_message *m, void *self,
                                               sd_bus_error *) noexcept {
-  VARRO2_ASSERT(m != NULL);
-  VARRO2_ASSERT(self != NULL);
+  VARRO2_ASSERT(m);
+  VARRO2_ASSERT(self);
   guint32 local_id = 0;
   guint32 global_id = 0;
   VARRO2_ASSERT_AS(__func__, "r >= 0", read_numbers(m, &local_id, &global_id));
@@ -36,8 +36,8 @@ int producer_receive_declaration_complete_bus(sd_bus_message *m, void *self,
 }
 
 int producer_receive_subscribe_bus(sd_bus_message *m, void *self, sd_bus_error *error) noexcept {
-  VARRO2_ASSERT(m != NULL);
-  VARRO2_ASSERT(self != NULL);
+  VARRO2_ASSERT(m);
+  VARRO2_ASSERT(self);
   if (!is_acceptable(m, is_subscription))
     return refuse_record(error);
   GByteArray bytes = view_bytes(read_bytes(__func__, m));
@@ -48,8 +48,8 @@ int producer_receive_subscribe_bus(sd_bus_message *m, void *self, sd_bus_error *
 }
 
 int producer_receive_refresh_property_bus(sd_bus_message *m, void *self, sd_bus_error *) noexcept {
-  VARRO2_ASSERT(m != NULL);
-  VARRO2_ASSERT(self != NULL);
+  VARRO2_ASSERT(m);
+  VARRO2_ASSERT(self);
   guint32 subscription_id = 0;
   guint32 local_id = 0;
   VARRO2_ASSERT_AS(__func__, "r >= 0", read_numbers(m, &subscription_id, &local_id));
@@ -58,8 +58,8 @@ int producer_receive_refresh_property_bus(sd_bus_message *m, void *self, sd_bus_
 }
 
 int producer_receive_unsubscribe_bus(sd_bus_message *m, void *self, sd_bus_error *) noexcept {
-  VARRO2_ASSERT(m != NULL);
-  VARRO2_ASSERT(self != NULL);
+  VARRO2_ASSERT(m);
+  VARRO2_ASSERT(self);
   guint32 subscription_id = 0;
   guint32 local_id = 0;
   VARRO2_ASSERT_AS(__func__, "r >= 0", read_numbers(m, &subscription_id, &local_id));
@@ -69,7 +69,7 @@ int producer_receive_unsubscribe_bus(sd_bus_message *m, void *self, sd_bus_error
 
 int producer_get_name_bus(sd_bus *, const char *, const char *, const char *, sd_bus_message *reply,
                           void *self, sd_bus_error *) noexcept {
-  VARRO2_ASSERT(self != NULL);
+  VARRO2_ASSERT(self);
   const LockedProducer producer{static_cast<Producer *>(self)};
   return sd_bus_message_append_basic(reply, SD_BUS_TYPE_STRING, producer->name.c_str());
 }
