@@ -56,6 +56,27 @@ TEST_F(BusWatching, AHandOverIsALeaveAndAReturn) {
   EXPECT_EQ(told, "online offline online offline ");
 }
 
+TEST_F(BusWatching, AmongTrustedPeersThereIsNoHandOver) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe"); // a connection is of no use after a fork
+  event_utils_set_untrusted_peers(FALSE);
+  EXPECT_DEATH(owner_changes(":1.1", ":1.2"), "driver_name_owner_changed: code should not be");
+  EXPECT_DEATH(owner_changes("", ""), "driver_name_owner_changed: code should not be");
+  owner_changes("", ":1.1");
+  owner_changes(":1.1", "");
+  EXPECT_EQ(told, "online offline ");
+}
+
+TEST_F(BusWatching, WhoWantsNotToBeToldIsNot) {
+  watcher->online = nullptr;
+  owner_changes("", ":1.1");
+  owner_changes(":1.1", "");
+  watcher->online = on_online;
+  watcher->offline = nullptr;
+  owner_changes("", ":1.1");
+  owner_changes(":1.1", "");
+  EXPECT_EQ(told, "offline online ");
+}
+
 TEST_F(BusWatching, WhoGoesInAHandOverIsNotToldOfItsOtherHalf) {
   ends_when_offline = true;
   owner_changes(":1.1", ":1.2");
