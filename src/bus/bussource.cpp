@@ -167,6 +167,9 @@ gboolean bus_source_dispatch(GSource *source, GSourceFunc, gpointer) noexcept {
       self.is_sole && sd_event_get_state(self.event) == SD_EVENT_ARMED && read_expected(source) > 0;
   if (!has_read && find_work_or_wait(self) && dispatch_loop(source) <= 0)
     return G_SOURCE_REMOVE;
+  // Also when somebody else drove it to its end.
+  if (!has_read && sd_event_get_state(self.event) == SD_EVENT_FINISHED)
+    return G_SOURCE_REMOVE;
   return g_source_is_destroyed(source) ? G_SOURCE_REMOVE : G_SOURCE_CONTINUE;
 }
 

@@ -100,6 +100,17 @@ TEST_F(ConnectionTest, LosesItsSourceWhenAHandlerTellsItsLoopToExit) {
   EXPECT_TRUE(iterate_until([this] { return g_source_is_destroyed(source_) != FALSE; }));
 }
 
+TEST_F(ConnectionTest, HasNothingToDispatchForALoopThatHasEnded) {
+  ASSERT_GE(sd_event_exit(loop(), 0), 0);
+  ASSERT_GE(sd_event_loop(loop()), 0);
+  ASSERT_EQ(sd_event_get_state(behind().loop), SD_EVENT_FINISHED);
+  const GSourceFuncs &functions = *source_->source_funcs;
+  gint timeout = -1;
+  EXPECT_FALSE(functions.prepare(source_, &timeout));
+  EXPECT_FALSE(functions.check(source_));
+  EXPECT_FALSE(functions.dispatch(source_, nullptr, nullptr));
+}
+
 TEST(ConnectionFailure, IsReportedAndLeavesNothing) {
   { const PrivateBus gone; }
   GSource *source = nullptr;
