@@ -224,7 +224,7 @@ TEST(UntrustedSwitch, OutlivesBrokenRecordsAndHoldsNoMemory) {
   const PrivateBus bus;
   SwitchProcess event_switch{VARRO2_SWITCHD};
   event_switch.start();
-  std::size_t first_size = 0;
+  [[maybe_unused]] std::size_t first_size = 0;
   for (int round = 0; round < 10; ++round) {
     {
       ForeignPeer peer;
