@@ -97,10 +97,20 @@ TEST_F(SwitchDescriptors, WithoutAnyItServesOnAndSaysWhatItCouldNotDo) {
   ASSERT_TRUE(iterate_until([&] { return receiver.greetings().size() == 1; }));
 }
 
+// The loader needs one itself and says so in its own way; whoever started the test may have left
+// some open. With one more than that the switch begins, and cannot have what it needs.
 TEST_F(SwitchDescriptors, WithTooFewToStartItSaysWhy) {
-  ChildProcess start{{"sh", "-c", "ulimit -n 4; exec " VARRO2_SWITCHD}};
-  EXPECT_EQ(start.wait(), 1);
-  EXPECT_NE(start.errors().find("Too many open files"), std::string::npos) << start.errors();
+  for (int limit = 4; limit < 64; ++limit) {
+    ChildProcess start{{"sh", "-c", "ulimit -n $0; exec " VARRO2_SWITCHD, std::to_string(limit)}};
+    const int status = start.wait();
+    if (status == 127)
+      continue;
+    EXPECT_EQ(status, 1) << limit;
+    EXPECT_NE(start.errors().find("Too many open files"), std::string::npos)
+        << limit << ": " << start.errors();
+    return;
+  }
+  FAIL() << "never begins";
 }
 
 } // namespace

@@ -93,6 +93,10 @@ class Steps : public ::testing::TestWithParam<Fault> {
   std::vector<std::string> unexpected_lines() const;
   std::string report(int step) const { return "message " + std::to_string(step) + ", " + at_; }
 
+  // Of the proxies' threads, which end before these go.
+  std::atomic<bool> fired_{false};
+  std::string at_;
+
   LogCapture log_;
   PrivateBus bus_;
   BusProxy switch_proxy_{bus_.folder() + "/switch", bus_.address()};
@@ -101,10 +105,8 @@ class Steps : public ::testing::TestWithParam<Fault> {
   SwitchProcess switch_{VARRO2_SWITCHD};
   ForeignPeer observer_{bus_.address()};
 
-  std::atomic<bool> fired_{false};
   bool mended_ = false;
   std::size_t descriptors_ = 10'000; // of this process, when nobody lives
-  std::string at_;
   std::unique_ptr<Sender> sender_;
   std::unique_ptr<Receiver> receiver_;
 };
