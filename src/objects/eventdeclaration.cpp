@@ -6,6 +6,7 @@
 #include "subscribeexpression.hpp"
 
 #include <memory>
+#include <string>
 
 namespace {
 
@@ -61,9 +62,9 @@ gboolean event_declaration_add_key_value(EventDeclaration *declaration, const ch
   VARRO2_EXPECT(key != NULL, FALSE);
   VARRO2_EXPECT(value != NULL, FALSE);
   // Made before the key starts over: it may be the value that the key had.
-  const varro2::OwnedText text{event_utils_value_type_to_string(value, value_type)};
+  const std::string text = varro2::text_or_empty(varro2::ValueText{value, value_type}.c_str());
   return add_open_key(*declaration, key, value_type) &&
-         inspectable_set_value_as_string(&declaration->inspectable, key, text.get());
+         inspectable_set_value_as_string(&declaration->inspectable, key, text.c_str());
 }
 
 gboolean event_declaration_set_value_user_string(EventDeclaration *declaration, const char *key,
