@@ -70,7 +70,8 @@ VARRO2_API void key_value_add_tag(KeyValue *key_value, const char *tag) VARRO2_N
  * NULL, the pair must not. */
 VARRO2_API void key_value_give_tag(KeyValue *key_value, char *tag) VARRO2_NOEXCEPT;
 
-/** Whether all but value_settable is equal; tags in any order. Neither may be NULL. */
+/** Whether all but value_settable is equal; tags in any order, and a text that is NULL equals only
+ * NULL. Neither pair may be NULL. */
 VARRO2_API gboolean key_value_is_equal(const KeyValue *key_value1,
                                        const KeyValue *key_value2) VARRO2_NOEXCEPT;
 

@@ -48,6 +48,9 @@ void require_value(const Bucket &tests, const char *value) {
 // The tests of any key. A fact with an open value fits every plain test and decides nothing for
 // a negated one; negated facts do not count.
 bool fits_wildcards(const AndList &facts, const AndList &tests) {
+  varro2::for_each_pair(tests.wildcards, [](const Pair &test) {
+    VARRO2_ASSERT_AS(contains, "key_value->key_wildcard == TRUE", test.key_wildcard);
+  });
   bool any_open = false;
   Marks met{tests.wildcards.size()};
   varro2::for_each_pair(facts.keys, [&](const Pair &fact) {
@@ -63,11 +66,9 @@ bool fits_wildcards(const AndList &facts, const AndList &tests) {
   });
   for (const Bucket &bucket : tests.wildcards) {
     const bool equal = met[tests.wildcards.position_of(bucket)];
-    for (const Pair *test = bucket.first; test != nullptr; test = test->next) {
-      VARRO2_ASSERT_AS(contains, "key_value->key_wildcard == TRUE", test->key_wildcard);
+    for (const Pair *test = bucket.first; test != nullptr; test = test->next)
       if (test->negated ? equal : !equal && !any_open)
         return false;
-    }
   }
   return true;
 }

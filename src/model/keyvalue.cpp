@@ -10,8 +10,6 @@
 using varro2::Pair;
 using varro2::PairFields;
 
-using varro2::texts_equal;
-
 namespace {
 
 constexpr const char *element_name = "keyvalue";
@@ -23,6 +21,11 @@ struct PairRecord {
     varro2::write_pair(pair, sink);
   }
 };
+
+// Unlike in matching, where an absent text is an empty one.
+bool are_same(const char *text1, const char *text2) noexcept {
+  return g_strcmp0(text1, text2) == 0;
+}
 
 char *copy_unless_empty(const char *text) {
   return varro2::is_empty(text) ? nullptr : g_strdup(text);
@@ -78,6 +81,12 @@ void key_value_free(KeyValue *key_value) noexcept {
 
 KeyValue *key_value_copy(const KeyValue *key_value) noexcept {
   VARRO2_ASSERT(key_value != NULL);
+  // Whoever has a pair can write to it.
+  static constexpr const char *function = "key_value_new_internal";
+  VARRO2_ASSERT_AS(function, "key != 0", key_value->key != 0);
+  VARRO2_ASSERT_AS(function, "value != NULL", key_value->value != nullptr);
+  VARRO2_ASSERT_AS(function, "key_wildcard == FALSE || value_wildcard == FALSE",
+                   !key_value->key_wildcard || !key_value->value_wildcard);
   auto *copy = new Pair{PairFields::of(*key_value)};
   varro2::copy_tags_once(*copy, key_value->tags);
   return copy;
@@ -98,14 +107,14 @@ gboolean key_value_is_equal(const KeyValue *key_value1, const KeyValue *key_valu
   VARRO2_ASSERT(key_value2 != NULL);
   const KeyValue &a = *key_value1;
   const KeyValue &b = *key_value2;
-  return a.key == b.key && a.value_type == b.value_type &&
-         texts_equal(a.name_space, b.name_space) && a.key_wildcard == b.key_wildcard &&
-         a.value_wildcard == b.value_wildcard && a.negated == b.negated &&
-         texts_equal(a.value, b.value) && event_utils_tag_list_is_equal(a.tags, b.tags) &&
-         texts_equal(a.key_nice_name, b.key_nice_name) &&
-         texts_equal(a.value_nice_name, b.value_nice_name) &&
-         texts_equal(a.value_user_string, b.value_user_string) &&
-         texts_equal(a.complex_type_name, b.complex_type_name);
+  return a.key == b.key && a.value_type == b.value_type && are_same(a.name_space, b.name_space) &&
+         a.key_wildcard == b.key_wildcard && a.value_wildcard == b.value_wildcard &&
+         a.negated == b.negated && are_same(a.value, b.value) &&
+         event_utils_tag_list_is_equal(a.tags, b.tags) &&
+         are_same(a.key_nice_name, b.key_nice_name) &&
+         are_same(a.value_nice_name, b.value_nice_name) &&
+         are_same(a.value_user_string, b.value_user_string) &&
+         are_same(a.complex_type_name, b.complex_type_name);
 }
 
 // The names of the arguments are those that the assertion reports.

@@ -177,6 +177,14 @@ TEST(InspectableContains, AbortsOnWhatOnlyABrokenRecordHolds) {
   broken.and_lists[0].wildcards[0].pairs[0].key_wildcard = false;
   EXPECT_ABORT(contains(good_facts, read_inspectable(record_of(broken))), function,
                "key_value->key_wildcard == TRUE");
+  // Before any test is asked, be it one that fails.
+  broken.and_lists[0].wildcards.insert(broken.and_lists[0].wildcards.begin(),
+                                       {"6", {{.value = "6", .key_wildcard = true}}});
+  EXPECT_ABORT(contains(good_facts, read_inspectable(record_of(broken))), function,
+               "key_value->key_wildcard == TRUE");
+  // But not where the tests of keys have failed already.
+  broken.and_lists[0].keys.push_back({"B", {{.key = "B"}}});
+  EXPECT_FALSE(contains(good_facts, read_inspectable(record_of(broken))));
   broken = any_key;
   broken.and_lists[0].wildcards[0].pairs.push_back({.value = "6", .key_wildcard = true});
   EXPECT_ABORT(contains(good_facts, read_inspectable(record_of(broken))), function,

@@ -5,6 +5,7 @@
 #include <varro2/serialize.h>
 
 #include <tuple>
+#include <utility>
 
 using namespace varro2::test;
 
@@ -188,6 +189,21 @@ TEST(KeyValue, CopyHasEverythingAndEachTagOnce) {
   EXPECT_EQ(texts_of(copy->tags), (Texts{"b", "a"}));
 }
 
+TEST(KeyValue, CopyHoldsToWhatEveryPairHoldsTo) {
+  const char *function = "key_value_new_internal";
+  const auto keyless = new_pair();
+  keyless->key = 0;
+  EXPECT_ABORT(key_value_copy(keyless.get()), function, "key != 0");
+  const auto valueless = new_pair();
+  char *value = std::exchange(valueless->value, nullptr);
+  EXPECT_ABORT(key_value_copy(valueless.get()), function, "value != NULL");
+  valueless->value = value;
+  const auto open = new_pair({.value_wildcard = TRUE});
+  open->key_wildcard = 2;
+  EXPECT_ABORT(key_value_copy(open.get()), function,
+               "key_wildcard == FALSE || value_wildcard == FALSE");
+}
+
 // ---- Equality ----
 
 TEST(KeyValue, EqualsItsLike) {
@@ -216,6 +232,20 @@ TEST(KeyValue, DiffersInAnyField) {
   const auto tagged = new_pair();
   key_value_add_tag(tagged.get(), "a");
   EXPECT_FALSE(key_value_is_equal(plain.get(), tagged.get()));
+}
+
+TEST(KeyValue, AnAbsentTextIsNoEmptyOne) {
+  const PairText absents[] = {
+      {.name_space = nullptr},        {.key_nice_name = nullptr},     {.value_nice_name = nullptr},
+      {.value_user_string = nullptr}, {.complex_type_name = nullptr},
+  };
+  const auto plain = new_pair();
+  for (const PairText &text : absents) {
+    const auto absent = new_pair(text);
+    EXPECT_FALSE(key_value_is_equal(plain.get(), absent.get()));
+    EXPECT_FALSE(key_value_is_equal(absent.get(), plain.get()));
+    EXPECT_TRUE(key_value_is_equal(absent.get(), new_pair(text).get()));
+  }
 }
 
 TEST(KeyValue, ComparesTagsInAnyOrder) {
