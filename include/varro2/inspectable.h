@@ -109,8 +109,10 @@ VARRO2_API gboolean inspectable_add_tag(Inspectable *inspect, const char *tag) V
 
 /* ---- Reading by key: what is lent belongs to the container, NULL for an unknown key ---- */
 
-VARRO2_API const KeyValue *inspectable_get_key_value(const Inspectable *inspect,
-                                                     const char *key) VARRO2_NOEXCEPT;
+/** The first pair of the key. It can be given tags by key_value_add_tag() and key_value_give_tag();
+ * everything else of it is changed through the container only. */
+VARRO2_API KeyValue *inspectable_get_key_value(const Inspectable *inspect,
+                                               const char *key) VARRO2_NOEXCEPT;
 VARRO2_API const char *inspectable_get_value(const Inspectable *inspect,
                                              const char *key) VARRO2_NOEXCEPT;
 VARRO2_API const char *inspectable_get_name_space(const Inspectable *inspect,

@@ -35,10 +35,10 @@ gint32 truncated(double number) noexcept {
 
 // ---- By key ----
 
-const KeyValue *inspectable_get_key_value(const Inspectable *inspect, const char *key) noexcept {
+KeyValue *inspectable_get_key_value(const Inspectable *inspect, const char *key) noexcept {
   VARRO2_ASSERT(inspect != NULL);
   VARRO2_ASSERT(key != NULL);
-  return inspect->lend(key);
+  return const_cast<Pair *>(inspect->lend(key));
 }
 
 const char *inspectable_get_value(const Inspectable *inspect, const char *key) noexcept {

@@ -545,21 +545,21 @@ TEST(InspectableTags, OfAKeyAreAddedOnce) {
 
 TEST(InspectableTags, OfALentPairCanBeAddedByThePairsOwnFunctions) {
   const auto declaration = two_keys(IT_EVENT_DECLARATION);
-  auto *pair = const_cast<KeyValue *>(inspectable_get_key_value(declaration.get(), "A"));
+  auto *pair = inspectable_get_key_value(declaration.get(), "A");
   key_value_add_tag(pair, "one");
   inspectable_add_key_tag(declaration.get(), "A", "two");
   key_value_give_tag(pair, g_strdup("three"));
   EXPECT_EQ(texts_of(pair->tags), (Texts{"one", "two", "three"}));
   // Also behind tags that the container copied or read itself.
   const auto event = event_from(declaration);
-  auto *copied = const_cast<KeyValue *>(inspectable_get_key_value(event.get(), "A"));
+  auto *copied = inspectable_get_key_value(event.get(), "A");
   key_value_add_tag(copied, "four");
   inspectable_add_key_tag(event.get(), "A", "five");
   const Texts expected{"one", "two", "three", "four", "five"};
   EXPECT_EQ(texts_of(copied->tags), expected);
   EXPECT_EQ(texts_of(inspectable_get_key_value(event_from(event).get(), "A")->tags), expected);
   const auto read = read_inspectable(record_of(event));
-  key_value_add_tag(const_cast<KeyValue *>(inspectable_get_key_value(read.get(), "A")), "six");
+  key_value_add_tag(inspectable_get_key_value(read.get(), "A"), "six");
   EXPECT_EQ(texts_of(inspectable_get_key_value(read.get(), "A")->tags).back(), "six");
   add(declaration, "A", "again");
   EXPECT_EQ(inspectable_get_key_value(declaration.get(), "A")->tags, nullptr);
@@ -624,7 +624,7 @@ TEST(InspectableCopy, UnderAnEventsTypeFollowsTheRulesOfEvents) {
 
 TEST(InspectableCopy, HasEachTagOfAKeyOnce) {
   const auto source = two_keys(IT_EVENT);
-  auto *pair = const_cast<KeyValue *>(inspectable_get_key_value(source.get(), "A"));
+  auto *pair = inspectable_get_key_value(source.get(), "A");
   for (const char *tag : {"a", "b", "a"})
     key_value_give_tag(pair, g_strdup(tag));
   EXPECT_EQ(texts_of(inspectable_get_key_value(event_from(source).get(), "A")->tags),

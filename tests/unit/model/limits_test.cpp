@@ -397,7 +397,7 @@ TEST(ContainerOfMany, Tags) {
 TEST(ContainerOfMany, EqualTagsAreCopiedOnce) {
   const auto event = new_inspectable(IT_EVENT);
   add(event, "A", "1");
-  auto *pair = const_cast<KeyValue *>(inspectable_get_key_value(event.get(), "A"));
+  auto *pair = inspectable_get_key_value(event.get(), "A");
   for (int number = 0; number < 300; ++number)
     key_value_give_tag(pair,
                        number % 3 == 0 ? nullptr : g_strdup(std::to_string(number / 4).c_str()));

@@ -135,8 +135,7 @@ TEST_P(EventMemory, CopiesWhatLiesElsewhere) {
   event_set_value(event.get(), "key1", ""); // had a long one
   event_add_key_tag(event.get(), "key0", "later");
   // By the pair's own functions, behind the container's back.
-  auto *pair =
-      const_cast<KeyValue *>(inspectable_get_key_value(event_get_inspectable(event.get()), "key1"));
+  auto *pair = inspectable_get_key_value(event_get_inspectable(event.get()), "key1");
   key_value_add_tag(pair, "by the pair");
   key_value_give_tag(pair, g_strdup("given"));
 
@@ -183,8 +182,7 @@ TEST(EventMemoryWithoutKeys, TakesAContainerWithoutAndLists) {
 
 TEST(EventMemoryOfTags, ATagThatARecordBringsTwiceIsCopiedOnce) {
   const OwnedEvent event = copy_of(prepared_event(2));
-  auto *pair =
-      const_cast<KeyValue *>(inspectable_get_key_value(event_get_inspectable(event.get()), "key0"));
+  auto *pair = inspectable_get_key_value(event_get_inspectable(event.get()), "key0");
   key_value_give_tag(pair, g_strdup("key tag"));
   const OwnedEvent received = read_back(event.get());
   const auto count = [](const Event *of) {
