@@ -110,8 +110,9 @@ VARRO2_API gint32 watch_bus_driver(sd_bus *bus, BusWatcher *watcher) VARRO2_NOEX
  * Says whether what comes from the bus may be malformed. FALSE is the default: a malformed record
  * ends the process. With TRUE every record is checked before it is read; a call with a bad one is
  * answered with org.freedesktop.DBus.Error.InvalidArgs, a bad answer counts as a failure of the
- * call, and each sender is named in the log once. A switch that takes the name over from another
- * without a gap is seen as one that left and one that came.
+ * call, and each sender is named in the log once. So is an event with a truth value that is neither
+ * "0" nor "1". A switch that takes the name over from another without a gap is seen as one that
+ * left and one that came.
  *
  * Holds for all handles of the process, from the next message on. From any thread.
  */

@@ -42,7 +42,7 @@ void receive(const char *function, sd_bus_message *m, Consumer *consumer, Receiv
 int consumer_receive_event_bus(sd_bus_message *m, void *self, sd_bus_error *error) noexcept {
   VARRO2_ASSERT(m);
   VARRO2_ASSERT(self);
-  if (!is_acceptable(m, is_record<SERIALIZE_ID_EVENT>))
+  if (!is_acceptable(m, is_event))
     return refuse_record(error);
   receive(__func__, m, static_cast<Consumer *>(self), consumer_receive_event);
   return sd_bus_reply_method_return(m, nullptr);

@@ -61,6 +61,12 @@ bool peers_are_untrusted() noexcept {
   return untrusted.load(std::memory_order_relaxed);
 }
 
+bool is_event(const guint8 *data, std::size_t length) noexcept {
+  RecordWalk walk{data, length};
+  walk.require_truth_values();
+  return walk.record(SERIALIZE_ID_EVENT);
+}
+
 bool is_subscription(const guint8 *data, std::size_t length) noexcept {
   if (!is_record<SERIALIZE_ID_SUBSCRIBE_EXPRESSION>(data, length))
     return false;

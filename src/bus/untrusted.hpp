@@ -21,6 +21,9 @@ bool is_record(const guint8 *data, std::size_t length) noexcept {
 inline bool is_declaration_list(const guint8 *data, std::size_t length) noexcept {
   return length == 0 || RecordWalk{data, length}.declaration_list();
 }
+// An event whose values can all be read by their types: whoever asks for the truth value of some
+// other text would end with it.
+bool is_event(const guint8 *data, std::size_t length) noexcept;
 // An expression that says where its events go. A call to anywhere else cannot even be built.
 bool is_subscription(const guint8 *data, std::size_t length) noexcept;
 

@@ -106,6 +106,9 @@ bool RecordWalk::pair(Test &test) noexcept {
     visitor_(visitor_data_, test.key);
   if (key_wildcard == TRUE)
     test.key = {};
+  if (truth_values_required_ && value_type == VALUE_TYPE_BOOL &&
+      (value_wildcard == TRUE || (test.value != "0" && test.value != "1")))
+    return false;
   return !(key_wildcard != 0 && value_wildcard != 0) && is_value_type(value_type);
 }
 

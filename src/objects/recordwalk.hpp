@@ -23,6 +23,10 @@ class RecordWalk {
   // A count of 32 bits and so many declarations, as a query is answered.
   bool declaration_list() noexcept;
 
+  // Any text passes as a value, whatever its type, until truth values are asked to be one of the
+  // two that a typed reading takes.
+  void require_truth_values() noexcept { truth_values_required_ = true; }
+
   bool at_end() const noexcept { return at_ == end_; }
 
   // Has the key of each pair told on the way, before it is known whether all the bytes are good.
@@ -68,6 +72,7 @@ class RecordWalk {
   const guint8 *end_;
   KeyVisitor visitor_ = nullptr;
   void *visitor_data_ = nullptr;
+  bool truth_values_required_ = false;
 };
 
 } // namespace varro2

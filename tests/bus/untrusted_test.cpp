@@ -44,7 +44,10 @@ TEST_F(Untrusted, AConsumerRefusesWhatItCannotRead) {
       wire::notification(1, 2, false, wire::subscription({}, {{{"topic0", "Greeting"}}}),
                          wire::declaration_record({}, false, greeting_pairs()));
   FakeProducer peer;
-  for (const Bytes &bytes : {Bytes{}, Bytes{0xF1}, cut(event), notification})
+  const Bytes neither_true_nor_false =
+      wire::stamped_event({}, {{"topic0", "Greeting"}, {"open", "maybe", wire::boolean}});
+  for (const Bytes &bytes :
+       {Bytes{}, Bytes{0xF1}, cut(event), notification, neither_true_nor_false})
     EXPECT_EQ(deliver(peer, subscribe, "Event", bytes).error_name, invalid_args);
   for (const Bytes &bytes : {Bytes{}, cut(notification), event})
     EXPECT_EQ(deliver(peer, subscribe, "Notification", bytes).error_name, invalid_args);
