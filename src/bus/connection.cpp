@@ -14,9 +14,12 @@ constexpr gint64 farewell_limit = 60'000;
 constexpr SendLimits event_limits{.burst_bytes = 32 * 1024 * 1024};
 
 // Together with the events on the way, and a blocking call or two, less than what a daemon allows.
-// The queue is bounded only against a switch that hangs for good.
-constexpr SendLimits switch_limits{
-    .unanswered_per_receiver = 24, .unanswered = 24, .queued_bytes = 64 * 1024 * 1024};
+// What one switch gets leaves room for the next: the daemon still counts what the former one has
+// not answered. The queue is bounded only against a switch that hangs for good.
+constexpr SendLimits switch_limits{.unanswered_per_receiver = 24,
+                                   .unanswered = 28,
+                                   .queued_bytes = 64 * 1024 * 1024,
+                                   .outlives_receiver = true};
 
 gint64 now_in_milliseconds() {
   return g_get_monotonic_time() / 1000;
@@ -124,12 +127,18 @@ void Connection::call_switch(MessageRef message, std::size_t size, CallCompletio
       if (!attended.expired())
         told(end, answer);
     };
-  switch_window_->send(switch_address.service,
-                       make_window_call(std::move(message), size, std::move(completion)));
+  send_to_switch(make_window_call(std::move(message), size, std::move(completion)));
+}
+
+// A message that is ready has its receiver's name: the window only tells the switches apart.
+void Connection::send_to_switch(WindowCall call) {
+  switch_window_->send(switch_receiver_.c_str(), std::move(call));
 }
 
 void Connection::forget_switch() {
-  switch_window_->forget(switch_address.service);
+  const std::string former = std::exchange(
+      switch_receiver_, switch_address.service + (" after " + std::to_string(++switches_gone_)));
+  switch_window_->forget(former.c_str());
 }
 
 void Connection::take_leave(MessageRef message) {
@@ -138,7 +147,7 @@ void Connection::take_leave(MessageRef message) {
     leaving_ = false;
     note_settled();
   };
-  switch_window_->send(switch_address.service, make_window_call(std::move(message), 0, left));
+  send_to_switch(make_window_call(std::move(message), 0, left));
 }
 
 void Connection::note_settled() {

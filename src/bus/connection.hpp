@@ -7,6 +7,7 @@
 
 #include <memory>
 #include <optional>
+#include <string>
 
 namespace varro2 {
 
@@ -54,6 +55,7 @@ class Connection {
 
   Connection(sd_bus *bus, GSource *source);
   void silence();
+  void send_to_switch(WindowCall call);
   void note_settled();
   // How much has moved so far.
   std::uint64_t answered() const noexcept {
@@ -67,6 +69,8 @@ class Connection {
   SlotRef served_;
   std::optional<SendWindow> window_;
   std::optional<SendWindow> switch_window_;
+  std::string switch_receiver_{switch_address.service}; // each switch has a queue of its own
+  unsigned switches_gone_ = 0;
   std::shared_ptr<int> attended_ = std::make_shared<int>(); // none once retired
   bool leaving_ = false;                                    // no answer to the parting call yet
   std::function<void()> settled_handler_;

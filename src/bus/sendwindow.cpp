@@ -439,7 +439,7 @@ void SendWindow::end_call(Queue &queue, sd_bus_message *answer, Ended &ended) {
   queue.unasked = 0;
   if (!queue.waiting.empty())
     queue.moved_at = g_get_monotonic_time();
-  if (says_receiver_left(answer))
+  if (!limits_.outlives_receiver && says_receiver_left(answer))
     drop_all(queue, CallEnd::dropped, ended);
   let_go(queue);
   queue.in_use = true;

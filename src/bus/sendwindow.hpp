@@ -79,6 +79,8 @@ struct SendLimits {
   // Of all receivers together, about: one queue may have a quarter of what is left of it. 0: no
   // bound.
   std::size_t all_queued_bytes = 0;
+  // What waits goes to whoever gets the name next, and without one the bus answers for each call.
+  bool outlives_receiver = false;
   gint64 hang_after = 10 * G_USEC_PER_SEC; // with nothing moving. Microseconds
   gint64 suspect_after = G_USEC_PER_SEC;   // with no answer. Microseconds
   guint64 timeout = call_timeout;          // of each call. Microseconds

@@ -127,6 +127,26 @@ TEST_F(Life, ARestartDeclaresAndSubscribesEverythingOnce) {
   EXPECT_TRUE(peer.wait_for("Event"));
 }
 
+// It gave its name up, but is still there and may answer after all.
+TEST_F(Life, WhatAFormerSwitchLeftUnansweredDoesNotHoldUpTheNext) {
+  constexpr std::size_t count = 40;
+  switch_.stay_silent("Declare");
+  switch_.come();
+  ProducerHandle producer{"hello"};
+  for (std::size_t i = 0; i < count; ++i)
+    event_producer_declare(producer.get(), greeting().get());
+  ASSERT_TRUE(switch_.wait_for("Declare"));
+  switch_.fence(switch_.calls("Declare").front().sender);
+
+  switch_.leave();
+  switch_.answer_again("Declare");
+  switch_.forget_calls();
+  switch_.come();
+  ASSERT_TRUE(switch_.wait_for("Declare", count));
+  switch_.fence(switch_.calls("Declare").front().sender);
+  EXPECT_EQ(switch_.count("Declare"), count);
+}
+
 TEST_F(Life, AForgedSignalChangesNothing) {
   switch_.come();
   ProducerHandle producer{"hello"};

@@ -358,6 +358,28 @@ TEST_F(Protocol, TypesAreAddedAndRemoved) {
   EXPECT_EQ(failed.message, "not you");
 }
 
+// However many: more than may be on the way at once.
+TEST_F(Protocol, WithoutASwitchTheBusAnswersForEveryTypeInTurn) {
+  std::vector<std::pair<std::string, std::string>> answers;
+  const auto note = [](const char *type, gpointer data, GError *error) {
+    auto &noted = *static_cast<std::vector<std::pair<std::string, std::string>> *>(data);
+    noted.emplace_back(type, error ? error->message : "");
+    EXPECT_TRUE(error && error->domain == event_error_quark() && error->code == 2);
+    g_clear_error(&error);
+  };
+  ProducerHandle producer{"hello"};
+  std::vector<std::string> types;
+  for (int i = 0; i < 60; ++i) {
+    types.push_back("Type" + std::to_string(i));
+    event_producer_remove_declaration(producer.get(), types.back().c_str(), note, &answers);
+  }
+  ASSERT_TRUE(iterate_until([&] { return answers.size() == types.size(); }));
+  for (std::size_t i = 0; i < types.size(); ++i) {
+    EXPECT_EQ(answers[i].first, types[i]);
+    EXPECT_EQ(answers[i].second, answers.front().second);
+  }
+}
+
 TEST_F(Protocol, CallsOfAnotherShapeAreRefused) {
   switch_.come();
   ProducerHandle producer{"hello"};
