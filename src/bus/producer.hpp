@@ -30,6 +30,7 @@ struct ProducerDeclarationData final {
   ProducerCompleteCallback complete_cb = nullptr; // none once called
   gpointer complete_data = nullptr;
   varro2::OwnedEvent cached_event{}; // the last complete one of a property
+  bool cached_ids_outdated = false;  // they are of a switch that has gone
   varro2::Subscribers subscribers{};
 
   void set_cached_event(varro2::OwnedEvent event);

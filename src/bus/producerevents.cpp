@@ -42,12 +42,16 @@ void ProducerState::send_cached(ProducerDeclarationData &data, guint32 subscript
   const EventDeclaration *declaration = data.declaration.get();
   if (!event_declaration_is_property(declaration) || !data.cached_event)
     return;
-  // The ids of a former switch mean nothing to the present one.
   Event *event = data.cached_event.get();
-  if (const guint32 global_id = event_declaration_get_global_id(declaration))
+  const guint32 global_id = event_declaration_get_global_id(declaration);
+  // The ids of a former switch mean nothing to the present one.
+  const bool outdated = data.cached_ids_outdated && global_id != 0;
+  if (outdated || event_get_global_id(event) == 0)
     event_set_global_id(event, global_id);
-  if (const guint32 producer_id = event_declaration_get_producer_id(declaration))
-    event_set_producer_id(event, producer_id);
+  if (outdated || event_get_producer_id(event) == 0)
+    event_set_producer_id(event, event_declaration_get_producer_id(declaration));
+  if (outdated)
+    data.cached_ids_outdated = false;
   if (event_get_global_id(event) == 0)
     return;
   VARRO2_ASSERT_AS("producer_handle_property_unlocked", "event_is_complete(event)",

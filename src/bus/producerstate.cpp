@@ -9,6 +9,7 @@ void ProducerDeclarationData::set_cached_event(varro2::OwnedEvent event) {
   VARRO2_ASSERT_AS("declaration_data_set_cached_event", "event_is_complete(event)",
                    event_is_complete(event.get()));
   cached_event = std::move(event);
+  cached_ids_outdated = false;
 }
 
 namespace varro2 {
@@ -212,6 +213,7 @@ void ProducerState::switch_offline() {
     event_declaration_set_global_id(data->declaration.get(), 0);
     event_declaration_set_producer_id(data->declaration.get(), 0);
     data->sent = false;
+    data->cached_ids_outdated = true;
   }
   if (had_counted)
     report_subscribers();

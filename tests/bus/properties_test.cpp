@@ -154,5 +154,35 @@ TEST_F(Properties, AfterARestartTheKeptEventCarriesTheNewIds) {
   EXPECT_EQ(received(), std::vector<Bytes>{door_event(declared, true)});
 }
 
+TEST_F(Properties, IdsThatTheEventHasItselfAreLeftAlone) {
+  switch_.come();
+  GError *error = nullptr;
+  Producer *producer = producer_new("doors", nullptr, nullptr);
+  ASSERT_TRUE(producer_init_dbus(producer, &error));
+  producer_allocate_decl_data(producer, 1, door().release(), nullptr, nullptr);
+  producer_send_declare(producer, 1);
+  ASSERT_TRUE(switch_.wait_for("Declare"));
+  const Declared declared{1, 101, switch_.calls("Declare").front()};
+  identify(declared);
+
+  const HeldEvent event{producer_prepare_event(producer, 1)};
+  const gboolean open = TRUE;
+  event_set_value(event.get(), "open", &open);
+  event_set_global_id(event.get(), 77);
+  event_set_producer_id(event.get(), 0);
+  EXPECT_TRUE(producer_send_event(producer, event.get(), nullptr));
+  subscribe(declared, peer_, object, 1, 11, {{"topic0", "Door"}});
+  peer_.fence(declared.declare.sender);
+  ASSERT_EQ(peer_.count("Event"), 1U);
+  GByteArray *bytes = g_byte_array_new();
+  const Bytes sent = peer_.calls("Event").front().bytes(0);
+  g_byte_array_append(bytes, sent.data(), static_cast<guint>(sent.size()));
+  const HeldEvent received{event_deserialize(bytes)};
+  g_byte_array_unref(bytes);
+  EXPECT_EQ(event_get_global_id(received.get()), 77U);
+  EXPECT_EQ(event_get_producer_id(received.get()), producer_id); // it had none
+  g_object_unref(producer);
+}
+
 } // namespace
 } // namespace varro2::test
