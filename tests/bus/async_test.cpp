@@ -156,24 +156,6 @@ TEST_F(AsyncProducer, CallsBeforeTheSetupRunsBehindIt) {
   EXPECT_EQ(switch_.calls("Declare")[0].text(1), "test");
 }
 
-TEST_F(AsyncProducer, ToldThatItDeclaresBeforeTheDeclarationLeaves) {
-  ASSERT_TRUE(wait_for("setup"));
-  struct Seen {
-    const FakeSwitch *fake_switch;
-    std::vector<std::size_t> declares;
-  } seen{&switch_, {}};
-  Failure failure;
-  async_producer_declare(
-      producer_, greeting().get(),
-      [](guint32, gpointer data) {
-        auto &self = *static_cast<Seen *>(data);
-        self.declares.push_back(self.fake_switch->count("Declare"));
-      },
-      nullptr, &seen, failure.slot());
-  ASSERT_TRUE(switch_.wait_for("Declare"));
-  EXPECT_EQ(seen.declares, (std::vector<std::size_t>{0}));
-}
-
 TEST_F(AsyncProducer, SendsAndTellsTheEnd) {
   const auto declared = declare_fully(greeting().get());
   FakeConsumer peer;

@@ -349,5 +349,66 @@ TEST_F(Life, FreeingSendsWhatWasQueuedBefore) {
   ASSERT_TRUE(switch_.wait_for("Disconnect"));
 }
 
+// A receiver that is slow and answers keeps the connection of a producer that has gone, and one
+// that does not answer does not keep it for long.
+class Farewell : public Life {
+ protected:
+  // Sends events to a peer that does not answer, and frees the producer.
+  void send_and_free(FakeConsumer &peer, std::size_t count) {
+    switch_.come();
+    ProducerHandle producer{"hello"};
+    const auto declared = declare_fully(producer, greeting().get());
+    connection_ = declared.declare.sender;
+    subscribe(declared, peer, object, 1, 11, {{"topic0", "Greeting"}});
+    for (std::size_t i = 0; i < count; ++i)
+      ASSERT_TRUE(event_producer_send_event(
+          producer.get(), prepared_greeting(producer.get(), declared.local_id, "hi", 1).get(),
+          nullptr));
+    producer.free();
+    ASSERT_TRUE(switch_.wait_for("Disconnect"));
+  }
+
+  bool has_ended() {
+    const Answer answer =
+        switch_.call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                     "NameHasOwner", g_variant_new("(s)", connection_.c_str()));
+    gboolean has_owner = TRUE;
+    g_variant_get(answer.arguments.get(), "(b)", &has_owner);
+    return !has_owner;
+  }
+
+  std::string connection_;
+};
+
+TEST_F(Farewell, WaitsForAReceiverThatIsSlow) {
+  constexpr std::size_t count = 30; // more than may be on the way
+  FakeConsumer peer;
+  peer.stay_silent("Event");
+  send_and_free(peer, count);
+  // After two seconds the connection looks whether something has moved, which the answer of the
+  // switch has, and after two more again.
+  g_timeout_add(
+      2'100,
+      [](gpointer data) -> gboolean {
+        auto &slow = *static_cast<FakeConsumer *>(data);
+        slow.answer_again("Event");
+        for (const Call &call : slow.calls("Event"))
+          slow.answer_late(call);
+        return G_SOURCE_REMOVE;
+      },
+      &peer);
+  EXPECT_TRUE(peer.wait_for("Event", count));
+  EXPECT_TRUE(iterate_until([&] { return has_ended(); }));
+}
+
+TEST_F(Farewell, DoesNotWaitForAReceiverThatHangs) {
+  FakeConsumer peer;
+  peer.stay_silent("Event");
+  send_and_free(peer, 1);
+  EXPECT_FALSE(has_ended());
+  // A minute is the limit for one that answers.
+  EXPECT_TRUE(iterate_until([&] { return has_ended(); }, std::chrono::seconds{30}));
+}
+
 } // namespace
 } // namespace varro2::test

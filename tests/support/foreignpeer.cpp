@@ -114,7 +114,8 @@ GDBusMessage *ForeignPeer::filter(GDBusConnection *connection, GDBusMessage *mes
             or_empty(g_dbus_message_get_member(message)),
             without_parentheses(body),
             body ? std::shared_ptr<GVariant>{g_variant_ref(body), g_variant_unref} : nullptr,
-            !(g_dbus_message_get_flags(message) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED)};
+            !(g_dbus_message_get_flags(message) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED),
+            g_dbus_message_get_serial(message)};
   const Rule rule = (*static_cast<std::shared_ptr<State> *>(data))->record(call);
   const Response response = rule ? rule(call) : Response{};
   g_main_context_wakeup(nullptr);
@@ -187,6 +188,16 @@ void ForeignPeer::stay_silent(const std::string &member) {
 void ForeignPeer::answer_again(const std::string &member) {
   const std::scoped_lock held{state_->lock};
   state_->rules.erase(member);
+}
+
+void ForeignPeer::answer_late(const Call &call) {
+  GDBusMessage *reply = g_dbus_message_new();
+  g_dbus_message_set_message_type(reply, G_DBUS_MESSAGE_TYPE_METHOD_RETURN);
+  g_dbus_message_set_destination(reply, call.sender.c_str());
+  g_dbus_message_set_reply_serial(reply, call.serial);
+  g_dbus_connection_send_message(connection_, reply, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
+                                 nullptr);
+  g_object_unref(reply);
 }
 
 std::vector<Call> ForeignPeer::calls() const {

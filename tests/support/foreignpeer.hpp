@@ -38,6 +38,7 @@ struct Call {
   std::string signature; // without parentheses
   std::shared_ptr<GVariant> arguments;
   bool wants_answer = true;
+  std::uint32_t serial = 0;
 
   std::string text(std::size_t index) const;
   std::uint32_t number(std::size_t index) const;
@@ -83,6 +84,7 @@ class ForeignPeer {
   void answer_error(const std::string &member, const std::string &name, const std::string &text);
   void stay_silent(const std::string &member);
   void answer_again(const std::string &member); // back to the empty reply
+  void answer_late(const Call &call);           // one that the peer was silent about
 
   std::vector<Call> calls() const;
   std::vector<Call> calls(const std::string &member) const;

@@ -89,6 +89,20 @@ TEST_F(AsyncProducers, DeclaresUnderAnIdKnownAtOnce) {
   EXPECT_EQ(event_get_local_id(event.get()), id);
 }
 
+TEST_F(AsyncProducers, TellsThatItDeclaresBeforeItDoes) {
+  const auto declaration = text_declaration();
+  event_declaration_set_property(
+      declaration.get(), NULL,
+      [](Event *event, gpointer user_data) {
+        Told::of(user_data).lines.push_back("asked for the property");
+        return event;
+      },
+      &told);
+  async_producer_declare(producer, declaration.get(), Told::id_alone, NULL, &told, NULL);
+  iterate_pending();
+  EXPECT_EQ(told.lines, (Lines{setup_failed, "id 1", "asked for the property"}));
+}
+
 TEST_F(AsyncProducers, RefusedDeclarationQueuesAndLogsNothing) {
   const TestDeclaration external{event_declaration_new(FALSE)};
   GError *error = NULL;

@@ -1,3 +1,4 @@
+#include "eventconsumer.hpp"
 #include "nobus.hpp"
 
 #include <thread>
@@ -79,6 +80,25 @@ TEST_F(Consumers, DoneCallbackGetsTheFormerAddress) {
       other, [](EventConsumer *handle, gpointer) { seen = handle; }, NULL);
   ASSERT_TRUE(iterate_until([] { return seen != nullptr; }));
   EXPECT_EQ(seen, other);
+}
+
+TEST_F(Consumers, DoneCallbackComesWhenTheHandleIsFreed) {
+  static gpointer alive;
+  static bool was_alive;
+  EventConsumer *other = event_consumer_new("other");
+  alive = other->consumer.get();
+  g_object_add_weak_pointer(G_OBJECT(alive), &alive);
+  Told told;
+  event_consumer_int_free(
+      other,
+      [](EventConsumer *handle, gpointer user_data) {
+        was_alive = alive != nullptr;
+        note_done(handle, user_data);
+      },
+      &told);
+  iterate_pending();
+  EXPECT_EQ(told.lines, Lines{"done"});
+  EXPECT_FALSE(was_alive);
 }
 
 TEST_F(Consumers, FreeingNothingDoesNothing) {

@@ -1,3 +1,4 @@
+#include "eventproducer.hpp"
 #include "nobus.hpp"
 
 #include <thread>
@@ -84,6 +85,25 @@ TEST_F(Producers, FreedInsideItsOwnCallback) {
   event_producer_int_declare(other, text_declaration().get(), 1, Told::id_alone, NULL, &told);
   iterate_pending();
   EXPECT_EQ(told.lines, (Lines{"setup returns", "id 1", "done"}));
+}
+
+TEST_F(Producers, DoneCallbackComesWhenTheHandleIsFreed) {
+  static gpointer alive;
+  static bool was_alive;
+  EventProducer *other = event_producer_new("other");
+  alive = other->producer.get();
+  g_object_add_weak_pointer(G_OBJECT(alive), &alive);
+  Told told;
+  event_producer_int_free(
+      other,
+      [](EventProducer *handle, gpointer user_data) {
+        was_alive = alive != nullptr;
+        note_done(handle, user_data);
+      },
+      &told);
+  iterate_pending();
+  EXPECT_EQ(told.lines, Lines{"done"});
+  EXPECT_FALSE(was_alive);
 }
 
 TEST_F(Producers, FreeingNothingDoesNothing) {

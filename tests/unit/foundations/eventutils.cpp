@@ -1,18 +1,15 @@
 // Value types, XML attributes and tag lists.
 #include "eventutils.hpp"
 
+#include "commalocale.hpp"
 #include "owning.hpp"
 #include "xmlnode.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cfloat>
-#include <clocale>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <limits>
 #include <optional>
 #include <string>
@@ -24,6 +21,7 @@ using varro2::OwnedList;
 using varro2::OwnedText;
 using varro2::ValueText;
 using varro2::XmlTree;
+using varro2::test::CommaLocale;
 
 std::optional<std::string> text_of(gconstpointer value, guint32 type) {
   const OwnedText text{event_utils_value_type_to_string(value, type)};
@@ -88,39 +86,6 @@ TEST(ValueTypes, PrintDoublesAsPrintfDoes) {
     EXPECT_EQ(double_text(value), expected);
   }
 }
-
-// A locale with a decimal comma, made for the test: no system is sure to have one.
-class CommaLocale {
- public:
-  CommaLocale() {
-    std::string name = (std::filesystem::temp_directory_path() / "varro2-locale-XXXXXX").string();
-    folder_ = g_mkdtemp(name.data());
-    std::ofstream{folder_ / "source"} << "LC_NUMERIC\n"
-                                         "decimal_point \",\"\n"
-                                         "thousands_sep \".\"\n"
-                                         "grouping 3;3\n"
-                                         "END LC_NUMERIC\n";
-    const std::string command = "localedef -c -i '" + (folder_ / "source").string() + "' '" +
-                                (folder_ / "comma").string() + "' >/dev/null 2>&1";
-    // It complains about the categories that are not there.
-    static_cast<void>(!std::system(command.c_str()));
-    g_setenv("LOCPATH", folder_.c_str(), TRUE);
-    is_set_ = std::setlocale(LC_NUMERIC, "comma");
-  }
-  ~CommaLocale() {
-    std::setlocale(LC_NUMERIC, "C");
-    g_unsetenv("LOCPATH");
-    std::filesystem::remove_all(folder_);
-  }
-  CommaLocale(const CommaLocale &) = delete;
-  CommaLocale &operator=(const CommaLocale &) = delete;
-
-  bool is_set() const { return is_set_; }
-
- private:
-  std::filesystem::path folder_;
-  bool is_set_ = false;
-};
 
 TEST(ValueTypes, PrintAPointInEveryLocale) {
   const CommaLocale locale;

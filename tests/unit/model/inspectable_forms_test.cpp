@@ -204,6 +204,8 @@ TEST(InspectableRecord, ThatIsBrokenAborts) {
   record = Bytes{0xF2, 1, 0, 1, 0, 0xF3, 1, 0, 0xF4, 2, 0} + pair_record('A', '1') +
            pair_record('B', '1') + Bytes{0, 0, 0, 0};
   EXPECT_DEATH(read(record), "assertion failed: \\(bucket->key == key_value->key\\)");
+  record = Bytes{0xF2, 1, 0, 1, 0, 0xF3, 1, 0, 0xF4, 0, 0, 0, 0, 0, 0};
+  EXPECT_DEATH(read(record), "assertion failed: \\(bucket->key_value_list != NULL\\)");
   for (std::size_t length = 0; length < good.size(); ++length)
     EXPECT_DEATH(read({good.begin(), good.begin() + std::ptrdiff_t(length)}),
                  "assertion failed: \\(array->len >= \\*indx \\+ (size|length)\\)");

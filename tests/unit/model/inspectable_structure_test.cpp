@@ -1,10 +1,11 @@
 // The container: making, adding, setting, reading by key and by position.
+#include "commalocale.hpp"
 #include "modeltest.hpp"
 
 #include <varro2/eventutils.h>
 
-#include <clocale>
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 
 using namespace varro2::test;
@@ -346,6 +347,29 @@ TEST(InspectableSetValue, SurvivesItsOwnText) {
     EXPECT_STREQ(inspectable_get_value(inspect.get(), "A"), text);
     inspectable_set_value(inspect.get(), "A", inspectable_get_value(inspect.get(), "A") + 1);
     EXPECT_STREQ(inspectable_get_value(inspect.get(), "A"), text + 1);
+  }
+}
+
+// Of whatever length: where a value ends and other texts begin is the container's own business.
+TEST(InspectableSetValue, LeavesOtherTextsAlone) {
+  const auto declaration = new_inspectable(IT_EVENT_DECLARATION);
+  for (const char *key : {"A", "B"}) {
+    add_open(declaration, key);
+    inspectable_set_value_user_string(declaration.get(), key, "user string");
+    inspectable_set_name_space(declaration.get(), key, "space");
+    inspectable_add_key_tag(declaration.get(), key, "tag");
+  }
+  for (std::size_t length = 1; length < 200; ++length) {
+    const OwnedInspectable event{inspectable_copy(declaration.get(), IT_EVENT)};
+    const std::string value(length, 'x');
+    for (const char *key : {"A", "B"})
+      inspectable_set_value_as_string(event.get(), key, value.c_str());
+    for (const char *key : {"A", "B"}) {
+      EXPECT_EQ(inspectable_get_value(event.get(), key), value);
+      EXPECT_STREQ(inspectable_get_value_user_string(event.get(), key), "user string") << length;
+      EXPECT_STREQ(inspectable_get_name_space(event.get(), key), "space") << length;
+    }
+    EXPECT_EQ(take_texts(inspectable_get_tags_at(event.get(), 0)), Texts{"tag"}) << length;
   }
 }
 
@@ -774,16 +798,15 @@ TEST(InspectableTypedValue, IntegersAreTruncatedNumbers) {
   EXPECT_EQ(integer_of("nan"), 0);
 }
 
-TEST(InspectableTypedValue, DoublesHaveAPointInEveryLocale) {
+TEST(InspectableTypedValue, NumbersHaveAPointInEveryLocale) {
+  const CommaLocale locale;
+  ASSERT_TRUE(locale.is_set());
+  ASSERT_EQ(std::strtod("0,5", nullptr), 0.5);
+  double out = 0;
   const auto event = typed_event(VALUE_TYPE_DOUBLE, "0.5");
-  const std::string before = setlocale(LC_NUMERIC, nullptr);
-  for (const char *locale : {"C", "de_DE.UTF-8", "sv_SE.UTF-8"}) {
-    setlocale(LC_NUMERIC, locale);
-    double out = 0;
-    EXPECT_TRUE(inspectable_get_typed_value_at(event.get(), 0, &out));
-    EXPECT_EQ(out, 0.5);
-  }
-  setlocale(LC_NUMERIC, before.c_str());
+  EXPECT_TRUE(inspectable_get_typed_value_at(event.get(), 0, &out));
+  EXPECT_EQ(out, 0.5);
+  EXPECT_EQ(integer_of("0.5e1"), 5);
 }
 
 TEST(InspectableTypedValue, BooleansAreOneOrZero) {

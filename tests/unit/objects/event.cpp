@@ -432,6 +432,10 @@ TEST(EventRecord, TimeThatNoCalendarHoldsIsNone) {
   EXPECT_NE(event_get_timestamp2(read_event(record_with_time(999999, last_second)).get()), nullptr);
   EXPECT_EQ(event_get_timestamp2(read_event(record_with_time(1000000, last_second)).get()),
             nullptr);
+  // Nothing is added to a time that there is not.
+  const LogCapture log;
+  EXPECT_EQ(event_get_timestamp2(read_event(record_with_time(1, last_second + 1)).get()), nullptr);
+  EXPECT_TRUE(log.lines().empty());
 }
 
 TEST(EventRecordDeathTest, OfAnotherObject) {

@@ -325,6 +325,14 @@ TEST(NotificationRecordDeathTest, APartDoesNotReadPastItsLength) {
   EXPECT_DEATH(read_notification(bytes), "deserialize_size.*array->len >= \\*indx \\+ size");
 }
 
+// The byte that is missing in the part's length is there all the same.
+TEST(NotificationRecordDeathTest, TheLastPartDoesNotReadPastItsLength) {
+  const Bytes whole = taken(notification_serialize(make_bare_notification().get()));
+  Bytes bytes = whole;
+  bytes[whole.size() - bare_declaration().size() - 4] -= 1;
+  EXPECT_DEATH(read_notification(bytes), "deserialize_size.*array->len >= \\*indx \\+ size");
+}
+
 TEST(NotificationRecordDeathTest, APartLongerThanTheRest) {
   Bytes bytes = taken(notification_serialize(make_bare_notification().get()));
   bytes.pop_back();

@@ -268,6 +268,18 @@ TEST(SubscribeExpression, ReadsEveryField) {
   EXPECT_TRUE(pair->negated);
 }
 
+// For whoever reads it next as for whoever is lent it.
+TEST(SubscribeExpression, ATextThatIsReadEndsAtItsFirstNul) {
+  std::string written = record(1, "\xf3\0\0\0\0"s);
+  const std::size_t service = written.find(":1.5");
+  written[service + 2] = '\0';
+  const ExpressionOwner se{subscribe_expression_deserialize(as_array(written).get())};
+  EXPECT_STREQ(subscribe_expression_get_dbus_service(se.get()), ":1");
+  const auto again = BytesRef::adopt(subscribe_expression_serialize(se.get()));
+  written.replace(service - 2, 6, "\x02\0:1"s);
+  EXPECT_EQ(as_text(again.get()), written);
+}
+
 TEST(SubscribeExpression, ReadsFromWhereTheIndexStands) {
   const std::string written = record(1, "\xf3\0\0\0\0"s);
   guint32 indx = 2;

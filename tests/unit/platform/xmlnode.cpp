@@ -147,6 +147,7 @@ TEST(XmlWriter, KeepsLineBreaksOfTexts) {
   const XmlTree node = parse("<a>1\n2&#13;3\t4</a>");
   ASSERT_STREQ(node->text, "1\n2\r3\t4");
   for (const std::string &text : {plain(node.get()), escaped(node.get())}) {
+    EXPECT_EQ(text, "<a>1\n2&#13;3\t4</a>");
     const XmlTree read = parse(text);
     ASSERT_TRUE(read) << text;
     EXPECT_STREQ(read->text, "1\n2\r3\t4");
