@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 
@@ -34,7 +35,7 @@ std::optional<EventLine> event_in(const json_t *json, const std::string &path, s
         event.type = type;
       const json_t *monotonic = json_object_get(json, "monotonic");
       if (json_is_number(monotonic))
-        event.monotonic = static_cast<std::int64_t>(json_number_value(monotonic) * 1e6 + 0.5);
+        event.monotonic = std::llround(json_number_value(monotonic) * 1e6);
     }
     return event;
   } catch (const Failure &failure) {

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <functional>
-#include <ranges>
+#include <span>
 
 namespace varro2::switchd {
 namespace {
@@ -36,7 +36,7 @@ Clients::Clients(sd_event *loop, sd_bus *bus, std::size_t queue_limit)
 }
 
 void Clients::warn_of_hanging_clients() const {
-  constexpr int most_named = 8;
+  constexpr std::size_t most_named = 8;
   std::vector<std::pair<std::size_t, std::string>> hanging;
   window_.visit_queues([&hanging](const std::string &client, const QueueState &queue) {
     if (queue.unanswered > 0)
@@ -44,7 +44,7 @@ void Clients::warn_of_hanging_clients() const {
   });
   std::ranges::sort(hanging, std::greater{});
   std::string names;
-  for (const auto &[count, client] : hanging | std::views::take(most_named))
+  for (const auto &[count, client] : std::span{hanging}.first(std::min(hanging.size(), most_named)))
     names += (names.empty() ? "" : ", ") + client + " (" + std::to_string(count) + ")";
   g_warning("%zu clients leave %zu of at most %u calls unanswered, so that the others are pinged "
             "before they get theirs: %s%s",

@@ -55,7 +55,7 @@ class Lookups {
   static const sd_bus_vtable methods_[];
   static int on_event(sd_bus_message *message, void *self, sd_bus_error *error) noexcept;
   static int on_notification(sd_bus_message *message, void *self, sd_bus_error *error) noexcept;
-  static int on_limit(sd_event_source *timer, std::uint64_t now, void *lookup) noexcept;
+  static int on_limit(sd_event_source *timer, std::uint64_t now, void *data) noexcept;
 
   void ask(Lookup &lookup, const std::vector<const Declaration *> &declarations,
            const SubscribeExpression &expression);

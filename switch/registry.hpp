@@ -77,21 +77,21 @@ class Registry {
  public:
   // The producer must not have a declaration with this local id. A producer that is not known yet
   // gets its id.
-  const Declaration &declare(const Address &producer, std::string name,
-                             OwnedDeclaration declaration, const Charge &charge = {});
+  const Declaration &declare(const Address &address, std::string name, OwnedDeclaration declaration,
+                             const Charge &charge = {});
   // The record as it was. The id must be known.
   Declaration remove_declaration(std::uint32_t global_id);
   const Declaration *find_declaration(std::uint32_t global_id) const;
-  const Declaration *find_declaration(const Address &producer, std::uint32_t local_id) const;
+  const Declaration *find_declaration(const Address &address, std::uint32_t local_id) const;
   // What fits each other, in order of arrival.
   std::vector<const Declaration *> matching(const SubscribeExpression &expression) const;
   std::vector<const Subscription *> matching(const EventDeclaration &declaration) const;
 
   // The global ids, in the order of the local ones; empty for a producer that is not known.
-  std::vector<std::uint32_t> declarations_of(const Address &producer) const;
+  std::vector<std::uint32_t> declarations_of(const Address &address) const;
   std::vector<Address> producers_on(const std::string &bus_name) const;
   // The producer must have no declarations any more, or not be known.
-  void forget_producer(const Address &producer);
+  void forget_producer(const Address &address);
 
   // The consumer must not have a subscription with this token.
   const Subscription &subscribe(const Address &consumer, std::string name, std::uint32_t token,
@@ -140,6 +140,7 @@ inline std::uint32_t id_of(const Subscription &subscription) {
 template <typename Record>
 std::vector<std::uint32_t> ids_of(const std::vector<const Record *> &records) {
   std::vector<std::uint32_t> ids;
+  ids.reserve(records.size());
   for (const Record *record : records)
     ids.push_back(id_of(*record));
   return ids;

@@ -128,7 +128,7 @@ std::string told(const CLI::App &app, const CLI::ParseError &error, int count, c
       return is_option(word) ? about_unknown(word.substr(0, word.find('=')), "option",
                                              option_names(*parsed.front()))
                              : "'" + word + "' is one argument too many";
-  const std::string text = error.what();
+  std::string text = error.what();
   if (dynamic_cast<const CLI::ArgumentMismatch *>(&error) != nullptr)
     return text.substr(0, text.find(':')) + " needs a value";
   return text;

@@ -56,7 +56,7 @@ std::string some_of(const std::vector<std::string> &names, std::size_t count) {
   std::vector<std::string> shown{
       names.begin(),
       names.begin() + static_cast<std::ptrdiff_t>(std::min(names.size(), most_names))};
-  const std::string text = joined(shown, ", ");
+  std::string text = joined(shown, ", ");
   if (count <= shown.size())
     return text;
   return text + (text.empty() ? "" : " and ") + std::to_string(count - shown.size()) +

@@ -23,8 +23,8 @@ bool RecordWalk::number(guint32 &value, std::size_t size) noexcept {
   const guint8 *from = at_;
   if (!skip(size))
     return false;
-  guint8 narrow;
-  guint16 wide;
+  guint8 narrow = 0;
+  guint16 wide = 0;
   if (size == sizeof narrow) {
     std::memcpy(&narrow, from, size);
     value = narrow;
