@@ -19,55 +19,16 @@
 #pragma once
 
 #include "pendingcalls.hpp"
+#include "windowcall.hpp"
 
-#include <array>
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <list>
-#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 
 namespace varro2 {
-
-enum class CallEnd {
-  answered, // maybe by an error
-  refused,  // it could not be queued on the bus, which has been logged
-  dropped,  // its receiver has left, or left too much waiting
-};
-
-// Told once how its call ended, with the answer if there is one. Not told when the window goes
-// first.
-using CallCompletion = std::function<void(CallEnd end, sd_bus_message *answer)>;
-
-// A call that waits for its turn: either a message that is ready, or what a message is made of:
-// a payload or none, then some numbers, as all calls to producers and consumers have it.
-struct WindowCall {
-  MessageRef message{};
-  BusMethod method{};
-  std::string object{}; // the object path
-  BytesRef payload{};   // shared between the receivers of one event; not changed any more
-  std::array<guint32, 3> numbers{};
-  std::size_t number_count = 0;
-  std::size_t size = 0; // in bytes, for the bound
-  CallCompletion completion{};
-};
-
-WindowCall make_window_call(const BusMethod &method, const char *object, BytesRef payload,
-                            std::initializer_list<guint32> numbers, CallCompletion completion = {});
-
-// size is about that of the message.
-WindowCall make_window_call(MessageRef message, std::size_t size, CallCompletion completion = {});
-
-// What the windows of the process have in common to tell. Read from any thread.
-struct SendTotals {
-  std::atomic<std::uint64_t> answered;
-  std::atomic<std::uint64_t> dropped;
-  std::atomic<std::uint64_t> unanswered;
-  std::atomic<std::uint64_t> waiting;
-};
 
 struct SendLimits {
   unsigned unanswered_per_receiver = 8;
@@ -211,7 +172,6 @@ class SendWindow {
   void end_call(Queue &queue, sd_bus_message *answer, Ended &ended);
   int answered(Queue &queue, const CallCompletion &completion, sd_bus_message *answer);
   void count_dropped(std::uint64_t count);
-  MessageRef message_of(const Queue &queue, const WindowCall &call) const;
 
   sd_bus *bus_;
   SendLimits limits_;

@@ -1,0 +1,48 @@
+// A call that goes through a send window.
+#pragma once
+
+#include "buscall.hpp"
+
+#include <array>
+#include <functional>
+#include <initializer_list>
+#include <string>
+
+namespace varro2 {
+
+enum class CallEnd {
+  answered, // maybe by an error
+  refused,  // it could not be queued on the bus, which has been logged
+  dropped,  // its receiver has left, or left too much waiting
+};
+
+// Told once how its call ended, with the answer if there is one. Not told when the window goes
+// first.
+using CallCompletion = std::function<void(CallEnd end, sd_bus_message *answer)>;
+
+// Either a message that is ready, or what a message is made of: a payload or none, then some
+// numbers, as all calls to producers and consumers have it.
+struct WindowCall {
+  MessageRef message{};
+  BusMethod method{};
+  const char *object = nullptr; // the object path, of whoever makes the call
+  std::string kept_object{};    // the same of a call that waits
+  BytesRef payload{};           // shared between the receivers of one event; not changed any more
+  std::array<guint32, 3> numbers{};
+  std::size_t number_count = 0;
+  std::size_t size = 0; // in bytes, for the bound
+  CallCompletion completion{};
+
+  // It has to wait, longer than what whoever makes it lends.
+  void keep();
+  MessageRef message_to(sd_bus *bus, const char *receiver) const;
+};
+
+// The object path is lent until the call is sent or waits.
+WindowCall make_window_call(const BusMethod &method, const char *object, BytesRef payload,
+                            std::initializer_list<guint32> numbers, CallCompletion completion = {});
+
+// size is about that of the message.
+WindowCall make_window_call(MessageRef message, std::size_t size, CallCompletion completion = {});
+
+} // namespace varro2
