@@ -14,6 +14,11 @@ namespace {
 constexpr std::size_t kept_for_answers = 16;
 constexpr std::size_t spread = 6;
 
+// Without a scout: one in so many calls is only for those who have answered since there were no
+// more; and so many have to be free until that is over.
+constexpr std::size_t few = 12;
+constexpr std::size_t enough = 6;
+
 } // namespace
 
 std::size_t SendWindow::free() const noexcept {
@@ -24,40 +29,39 @@ bool SendWindow::is_suspect(const Queue &queue, gint64 now) const noexcept {
   return queue.unanswered > 0 && now - queue.called_at >= limits_.suspect_after;
 }
 
-std::size_t SendWindow::held_by_suspects() {
-  const gint64 now = now_coarsely();
-  // All receivers are looked at, so not with every call.
-  if (now - looked_for_suspects_at_ >= limits_.suspect_after / 4) {
-    looked_for_suspects_at_ = now;
-    held_by_suspects_ = 0;
-    for (const auto &[receiver, queue] : queues_)
-      if (is_suspect(queue, now))
-        held_by_suspects_ += queue.unanswered;
-  }
-  return held_by_suspects_;
-}
-
-unsigned SendWindow::limit_of_receiver() {
-  if (!is_scarce())
+unsigned SendWindow::limit_of_receiver() const {
+  if (!is_scarce() || !is_shared())
     return limits_.unanswered_per_receiver;
-  std::size_t room = free();
-  if (!scout_) {
-    const std::size_t held = held_by_suspects();
-    if (held == 0)
-      return limits_.unanswered_per_receiver;
-    room = limits_.unanswered - std::min<std::size_t>(held, limits_.unanswered);
-  }
+  if (!scout_)
+    return 1;
   return static_cast<unsigned>(
-      std::clamp<std::size_t>(room / spread, 1, limits_.unanswered_per_receiver));
+      std::clamp<std::size_t>(free() / spread, 1, limits_.unanswered_per_receiver));
 }
 
-bool SendWindow::receiver_has_room(const Queue &queue) {
+bool SendWindow::receiver_has_room(const Queue &queue) const {
   return queue.unanswered == 0 || queue.unanswered < limit_of_receiver();
+}
+
+// After each change of what is free. There have to be some more than a few again before all are
+// served alike: otherwise the next who hangs would take what was just given back.
+void SendWindow::note_few() {
+  if (has_few_) {
+    has_few_ = free() <= limits_.unanswered / enough;
+  } else if (free() <= limits_.unanswered / few && is_shared()) {
+    has_few_ = true;
+    few_since_ = answered_;
+  }
+}
+
+SendWindow::Turn SendWindow::turn_without_scout(const Queue &queue) const {
+  if (free() == 0)
+    return Turn::later;
+  return has_few_ && queue.answered_at <= few_since_ ? Turn::held_back : Turn::now;
 }
 
 SendWindow::Turn SendWindow::turn_of(const Queue &queue, const WindowCall &call) const {
   if (!scout_)
-    return free() > 0 ? Turn::now : Turn::later;
+    return turn_without_scout(queue);
   if (!is_scarce())
     return Turn::now;
   const gint64 now = now_coarsely();
@@ -81,7 +85,7 @@ void SendWindow::end_of_line(Queue &queue) {
 
 // One call per queue and turn, so that no receiver keeps the others waiting.
 void SendWindow::pump(Ended &ended) {
-  if (held_back_ > 0 && !is_scarce())
+  if (held_back_ > 0 && (scout_ ? !is_scarce() : !has_few_))
     for (auto &[receiver, queue] : queues_)
       let_go(queue);
   while (!line_.empty()) {
@@ -91,6 +95,9 @@ void SendWindow::pump(Ended &ended) {
       return;
     line_.pop_front();
     queue.in_line = false;
+    // There may be less than when it got into the line. It comes again with its next answer.
+    if (!receiver_has_room(queue))
+      continue;
     if (turn == Turn::held_back) {
       hold_back(queue);
       continue;
@@ -118,7 +125,7 @@ void SendWindow::hold_back(Queue &queue) {
   queue.held_back = true;
   ++held_back_;
   // One that hangs with calls on the way is heard of by their answers.
-  if (!is_suspect(queue, now_coarsely()))
+  if (scout_ && !is_suspect(queue, now_coarsely()))
     scout_(*queue.receiver);
 }
 

@@ -23,6 +23,10 @@ bool says_receiver_left(sd_bus_message *answer) {
          sd_bus_error_has_name(sd_bus_message_get_error(answer), SD_BUS_ERROR_DISCONNECTED) > 0;
 }
 
+// Queues that are kept with nothing in them. All go when there are more, also those of receivers
+// that are gone for good.
+constexpr std::size_t most_idle = 64;
+
 } // namespace
 
 SendWindow::SendWindow(sd_bus *bus, SendLimits limits) : bus_{bus}, limits_{limits} {}
@@ -65,9 +69,21 @@ void SendWindow::forget(const char *receiver) {
   queue.unanswered -= static_cast<unsigned>(ended_calls);
   queue.overdue = 0;
   subtract(send_totals.unanswered, ended_calls);
+  note_few();
   release_if_done(queue);
+  for (auto &[name, other] : queues_)
+    end_of_line(other);
   pump(ended);
+  discard_idle(receiver);
   ended.tell();
+}
+
+void SendWindow::discard_idle(const char *receiver) {
+  const auto found = queues_.find(std::string_view{receiver});
+  if (found == queues_.end() || !found->second.is_idle)
+    return;
+  queues_.erase(found);
+  --idle_;
 }
 
 SendWindow::Queue &SendWindow::queue_for(const char *receiver) {
@@ -76,12 +92,20 @@ SendWindow::Queue &SendWindow::queue_for(const char *receiver) {
     found = queues_.emplace(receiver, Queue{}).first;
     found->second.receiver = &found->first;
   }
-  return found->second;
+  Queue &queue = found->second;
+  if (std::exchange(queue.is_idle, false))
+    --idle_;
+  return queue;
 }
 
 void SendWindow::release_if_done(Queue &queue) {
-  if (queue.waiting.empty() && queue.unanswered == 0 && !queue.in_use)
-    queues_.erase(queues_.find(*queue.receiver));
+  if (!queue.waiting.empty() || queue.unanswered != 0 || queue.in_use || queue.is_idle)
+    return;
+  queue.is_idle = true;
+  if (++idle_ <= most_idle)
+    return;
+  std::erase_if(queues_, [](const auto &entry) { return entry.second.is_idle; });
+  idle_ = 0;
 }
 
 int SendWindow::transmit(Queue &queue, WindowCall &call, Turn turn) {
@@ -116,6 +140,7 @@ int SendWindow::ask(Queue &queue, WindowCall &call, sd_bus_message *message) {
     return r;
   if (queue.unanswered++ == 0)
     queue.called_at = now_coarsely();
+  note_few();
   add(send_totals.unanswered, 1);
   return r;
 }
@@ -141,6 +166,8 @@ void SendWindow::end_call(Queue &queue, sd_bus_message *answer, Ended &ended) {
   add(send_totals.answered, 1);
   subtract(send_totals.unanswered, 1);
   --queue.unanswered;
+  queue.answered_at = answered_;
+  note_few();
   queue.called_at = queue.proven_at = now_coarsely();
   queue.unasked = 0;
   if (!queue.waiting.empty())

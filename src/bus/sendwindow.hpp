@@ -8,10 +8,14 @@
 // A call that runs out of time is over for who made it, but the daemon counts it until the receiver
 // answers after all or leaves. So it keeps its place here as well: it is overdue.
 //
-// A receiver that has not answered for a second is suspected to hang. Without further help each one
-// that hangs makes the share of all others a little smaller, down to one call each: some thirty at
-// once use everything up. A scout, who finds out by other means whether a receiver is alive, makes
-// it safe from any number. While less than half of the connection's calls are free,
+// Any number of receivers may hang at once, and it takes a while to be sure of it. So while less
+// than half of the connection's calls are free, they go to one receiver each that has none on the
+// way; and the very last ones to those who have answered since there were no more. Some forty that
+// hang so leave all others what they need; with more than that, the others have what is left.
+//
+// A scout, who finds out by other means whether a receiver is alive, makes it safe from any number.
+// A receiver that has not answered for a second is suspected to hang. While less than half of the
+// connection's calls are free,
 //  - only who has answered a call or the scout within a second gets any,
 //  - the last ones are kept for calls whose answer somebody waits for; all others are then sent
 //    without asking for an answer, which the daemon does not count, a few for each sign of life.
@@ -43,7 +47,7 @@ struct SendLimits {
   // What waits goes to whoever gets the name next, and without one the bus answers for each call.
   bool outlives_receiver = false;
   gint64 hang_after = 10 * G_USEC_PER_SEC; // with nothing moving. Microseconds
-  gint64 suspect_after = G_USEC_PER_SEC;   // with no answer. Microseconds
+  gint64 suspect_after = G_USEC_PER_SEC;   // with no answer, by the scout. Microseconds
   guint64 timeout = call_timeout;          // of each call. Microseconds
 };
 
@@ -95,11 +99,12 @@ class SendWindow {
   template <typename Visit>
   void visit_queues(Visit visit) const {
     for (const auto &[receiver, queue] : queues_)
-      visit(receiver, QueueState{.unanswered = queue.unanswered,
-                                 .waiting = queue.waiting.size(),
-                                 .waiting_bytes = queue.waiting_bytes,
-                                 .dropped = queue.dropped,
-                                 .overdue = queue.overdue});
+      if (!queue.is_idle)
+        visit(receiver, QueueState{.unanswered = queue.unanswered,
+                                   .waiting = queue.waiting.size(),
+                                   .waiting_bytes = queue.waiting_bytes,
+                                   .dropped = queue.dropped,
+                                   .overdue = queue.overdue});
   }
 
   // Called whenever the window has become idle by an answer. Must leave the window alone.
@@ -118,17 +123,19 @@ class SendWindow {
     gint64 proven_at = 0;    // the same: last sign of life; 0: none
     unsigned unanswered = 0; // with what is overdue
     unsigned overdue = 0;
-    unsigned unasked = 0;      // sent without asking for an answer since it gave the last one
-    std::uint64_t dropped = 0; // since the queue was last empty
-    bool in_line = false;      // for the connection's limit
-    bool held_back = false;    // until it is seen alive
-    bool in_use = false;       // stays in the table for now
+    unsigned unasked = 0;          // sent without asking for an answer since it gave the last one
+    std::uint64_t dropped = 0;     // since the queue was last empty
+    std::uint64_t answered_at = 0; // the number of its last answer, of all answers; 0: none
+    bool in_line = false;          // for the connection's limit
+    bool held_back = false;        // until it is seen alive, or there is enough again
+    bool is_idle = false;          // nothing on the way or waiting
+    bool in_use = false;           // stays in the table for now
   };
   enum class Turn {
     now,
     unasked,   // without asking for an answer
     later,     // when the connection has room
-    held_back, // when there is a sign of life
+    held_back, // when there is a sign of life, or enough for all again
     never,     // there will be no room for the answer that somebody waits for
   };
   // Calls that ended without an answer, to be told when all else is in order.
@@ -144,16 +151,20 @@ class SendWindow {
   struct Hash : std::hash<std::string_view> {
     using is_transparent = void;
   };
-  // A queue stands in here only while something is on the way or waiting.
+  // Some stay for a while when nothing is on the way or waiting any more: events go to the same
+  // receivers again and again.
   using Queues = std::unordered_map<std::string, Queue, Hash, std::equal_to<>>;
 
   Queue &queue_for(const char *receiver);
+  void discard_idle(const char *receiver);
+  void note_few();
   std::size_t free() const noexcept;
   bool is_scarce() const noexcept { return 2 * free() < limits_.unanswered; }
+  bool is_shared() const noexcept { return limits_.unanswered_per_receiver < limits_.unanswered; }
   bool is_suspect(const Queue &queue, gint64 now) const noexcept;
-  std::size_t held_by_suspects();
-  unsigned limit_of_receiver();
-  bool receiver_has_room(const Queue &queue);
+  unsigned limit_of_receiver() const;
+  bool receiver_has_room(const Queue &queue) const;
+  Turn turn_without_scout(const Queue &queue) const;
   Turn turn_of(const Queue &queue, const WindowCall &call) const;
   int transmit(Queue &queue, WindowCall &call, Turn turn);
   int ask(Queue &queue, WindowCall &call, sd_bus_message *message);
@@ -181,9 +192,10 @@ class SendWindow {
   std::unordered_map<std::uint64_t, Queue *> overdue_; // by cookie
   SlotRef late_answers_;                               // only while something is overdue
   Scout scout_;
-  std::size_t held_back_ = 0; // queues
-  std::size_t held_by_suspects_ = 0;
-  gint64 looked_for_suspects_at_ = 0; // monotonic microseconds
+  std::size_t held_back_ = 0;   // queues
+  bool has_few_ = false;        // calls left: until there are some more again
+  std::uint64_t few_since_ = 0; // answers
+  std::size_t idle_ = 0;        // queues
   std::size_t waiting_ = 0;
   std::size_t waiting_bytes_ = 0;
   std::uint64_t answered_ = 0;

@@ -66,6 +66,50 @@ TEST_F(Load, AHundredThousandEvents) {
   EXPECT_LE(bytes_in_use(), before + 256 * 1024);
 }
 
+// They have answered until then, and what is sent to all goes to them first.
+TEST_F(Load, ThirtyThatHangAtOnceHoldNobodyUp) {
+  constexpr std::size_t hanging = 30;
+  constexpr std::size_t before = 20;
+  constexpr std::size_t total = 2000;
+  const wire::AndList all{{"topic0", "Greeting"}};
+  switch_.come();
+  std::vector<std::unique_ptr<FakeConsumer>> peers;
+  FakeConsumer healthy;
+  ProducerHandle producer{"hello"};
+  const auto declared = declare_fully(producer, greeting().get());
+  for (std::size_t i = 0; i < hanging; ++i) {
+    peers.push_back(std::make_unique<FakeConsumer>());
+    subscribe(declared, *peers.back(), object, static_cast<std::uint32_t>(i + 1), 11, all);
+  }
+  subscribe(declared, healthy, object, hanging + 1, 12, all);
+  for (std::size_t i = 0; i < before; ++i)
+    send(producer, declared.local_id, static_cast<int>(i));
+  for (const auto &peer : peers)
+    ASSERT_TRUE(peer->wait_for("Event", before));
+  ASSERT_TRUE(healthy.wait_for("Event", before));
+
+  for (const auto &peer : peers)
+    peer->stay_silent("Event");
+  for (std::size_t i = before; i < total; ++i)
+    send(producer, declared.local_id, static_cast<int>(i));
+  // Long before the first call runs out of time.
+  ASSERT_TRUE(healthy.wait_for("Event", total));
+  std::size_t unanswered = 0;
+  for (const auto &peer : peers) {
+    const std::size_t silent = peer->count("Event") - before;
+    EXPECT_GE(silent, 1u);
+    EXPECT_LE(silent, 8u);
+    unanswered += silent;
+  }
+  EXPECT_LE(unanswered, 96u);
+
+  // A late comer is served as well.
+  FakeConsumer late;
+  subscribe(declared, late, object, hanging + 2, 13, all);
+  send(producer, declared.local_id, static_cast<int>(total));
+  ASSERT_TRUE(late.wait_for("Event"));
+}
+
 TEST_F(Load, ABurstBeyondTheBusLimitArrivesWhole) {
   constexpr int burst = 5000; // the bus refuses the 129th unanswered call
   switch_.come();

@@ -78,18 +78,25 @@ TEST_F(SendWindowTest, DoesNotLetOneReceiverHoldUpAnother) {
   EXPECT_EQ(numbers_of("a.b"), (Numbers{1000}));
 }
 
-TEST_F(SendWindowTest, LetsNinetySixThroughInAll) {
-  for (guint32 receiver = 0; receiver < 20; ++receiver)
+TEST_F(SendWindowTest, LetsNinetySixThroughInAllToThoseWhoAnswer) {
+  std::size_t most = 0;
+  const auto look = [&] {
+    most = std::max(most, bus.size());
+    ASSERT_EQ(window->unanswered(), bus.size());
+  };
+  for (guint32 receiver = 0; receiver < 120; ++receiver)
     for (guint32 i = 0; i < 8; ++i)
       send(("a.b" + std::to_string(receiver)).c_str(), i);
-  EXPECT_EQ(bus.size(), 96u);
-  EXPECT_EQ(window->unanswered(), 96u);
-  while (bus.size() > 0) {
-    ASSERT_LE(bus.size(), 96u);
-    bus.answer(0);
-  }
+  for (; bus.size() > 0; bus.answer(0))
+    ASSERT_NO_FATAL_FAILURE(look());
+  for (guint32 receiver = 0; receiver < 120; ++receiver)
+    send(("a.b" + std::to_string(receiver)).c_str(), 9);
+  for (; bus.size() > 0; bus.answer(0))
+    ASSERT_NO_FATAL_FAILURE(look());
+  EXPECT_LE(most, 96u);
+  EXPECT_GT(most, 48u);
   EXPECT_TRUE(window->idle());
-  EXPECT_EQ(window->answered(), 160u);
+  EXPECT_EQ(window->answered(), 120u * 9);
 }
 
 TEST_F(SendWindowTest, SharesTheConnectionInTurn) {
@@ -381,7 +388,7 @@ TEST_F(HangingReceivers, WhatIsOverdueIsNotWaitedFor) {
 }
 
 TEST_F(HangingReceivers, WhoLeavesGivesItsPlacesBack) {
-  open({.unanswered = 10, .timeout = short_time});
+  open({.unanswered = 16, .timeout = short_time});
   for (guint32 i = 1; i <= 9; ++i)
     send("a.b", i);
   ASSERT_TRUE(run_until_overdue(8));
@@ -407,19 +414,94 @@ TEST_F(HangingReceivers, AnEndedConnectionLeavesNothingOverdue) {
   EXPECT_TRUE(window->idle());
 }
 
-TEST_F(HangingReceivers, TakeLessAndLess) {
-  open({.suspect_after = 0});
-  guint32 receivers = 0;
-  for (; window->unanswered() < 96; ++receivers)
-    for (guint32 i = 0; i < 8; ++i)
-      send(("a.b" + std::to_string(receivers)).c_str(), i);
-  EXPECT_GE(receivers, 20u);
+TEST_F(HangingReceivers, GetOneEachOfTheScarceHalf) {
+  for (guint32 receiver = 0; receiver < 20; ++receiver)
+    for (guint32 i = 0; i < 10; ++i)
+      send(("a.b" + std::to_string(receiver)).c_str(), i);
+  // Up to the sixth, who takes the last but one of the first half, each gets its eight.
   EXPECT_EQ(numbers_of("a.b0").size(), 8u);
-  EXPECT_EQ(numbers_of(("a.b" + std::to_string(receivers - 1)).c_str()).size(), 1u);
+  EXPECT_EQ(numbers_of("a.b5").size(), 8u);
+  for (guint32 receiver = 7; receiver < 20; ++receiver)
+    EXPECT_EQ(numbers_of(("a.b" + std::to_string(receiver)).c_str()), (Numbers{0})) << receiver;
+  EXPECT_LE(window->unanswered(), 48u + 1 + 14);
+}
+
+class ManyThatHang : public HangingReceivers, public ::testing::WithParamInterface<guint32> {
+ protected:
+  // More for each of them than it gets.
+  void send_to_all(guint32 count) {
+    for (guint32 i = 0; i < count; ++i)
+      for (guint32 receiver = 0; receiver < GetParam(); ++receiver)
+        send(("h.h" + std::to_string(receiver)).c_str(), i);
+  }
+  // All are answered but those who hang. Whether one was.
+  bool answer_the_others() {
+    for (std::size_t i = 0; i < bus.size(); ++i)
+      if (!bus.receiver(i).starts_with("h.h")) {
+        bus.answer(i);
+        return true;
+      }
+    return false;
+  }
+  // What arrives at those who answer, in turn with more for those who hang.
+  void expect_served(std::initializer_list<const char *> others) {
+    constexpr guint32 calls = 50;
+    const std::uint64_t before = window->answered();
+    for (guint32 i = 0; i < calls; ++i) {
+      for (const char *other : others)
+        send(other, i);
+      send_to_all(1);
+    }
+    while (answer_the_others())
+      EXPECT_LE(window->unanswered(), 96u);
+    EXPECT_EQ(window->answered() - before, calls * others.size());
+  }
+};
+
+using SomeThatHang = ManyThatHang;
+
+// Also those who have not been heard of before.
+TEST_P(SomeThatHang, LeaveRoomForAllOthers) {
+  send_to_all(12);
+  expect_served({"a.a", "b.b", "c.c"});
+  expect_served({"d.d"});
+}
+
+// All of them have been served well until they hang, all at once, with all that they may have.
+TEST_P(SomeThatHang, LeaveRoomAlsoWhenTheyWereServedBefore) {
+  send_to_all(30);
+  send("a.a", 1);
   while (bus.size() > 0)
     bus.answer(0);
+  send_to_all(12);
+  expect_served({"a.a", "b.b"});
+}
+
+INSTANTIATE_TEST_SUITE_P(Numbers, SomeThatHang, ::testing::Values(1u, 6u, 12u, 30u, 44u));
+
+// However many they are.
+TEST_P(ManyThatHang, LeaveRoomForThoseWhoAnswerAllTheTime) {
+  send("a.a", 1);
+  send("b.b", 1);
+  send_to_all(12);
+  while (answer_the_others()) {
+  }
+  expect_served({"a.a", "b.b"});
+}
+
+INSTANTIATE_TEST_SUITE_P(Numbers, ManyThatHang, ::testing::Values(100u, 300u));
+
+TEST_F(HangingReceivers, AllGoesOnWhenTheyAnswerAfterAll) {
+  for (guint32 i = 0; i < 12; ++i)
+    for (guint32 receiver = 0; receiver < 150; ++receiver)
+      send(("h.h" + std::to_string(receiver)).c_str(), i);
+  while (bus.size() > 0) {
+    ASSERT_LE(bus.size(), 96u);
+    bus.answer(0);
+  }
   EXPECT_TRUE(window->idle());
-  EXPECT_EQ(window->answered(), 8u * receivers);
+  EXPECT_EQ(window->answered(), 12u * 150);
+  EXPECT_EQ(window->dropped(), 0u);
 }
 
 class WithAScout : public HangingReceivers {
