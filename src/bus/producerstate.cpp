@@ -121,7 +121,9 @@ void ProducerState::declare(guint32 local_id) {
   }
   data->set_cached_event(std::move(event));
   send_declaration(local_id, *data);
-  send_to_subscribers(*data->cached_event, *data);
+  data = find(local_id); // in a full queue another call gives way, and who waited for it is told
+  if (data != nullptr && data->declaration == declaration)
+    send_to_subscribers(*data->cached_event, *data);
 }
 
 void ProducerState::send_declaration(guint32 local_id, ProducerDeclarationData &data) {

@@ -276,6 +276,61 @@ TEST_F(Callbacks, CompletionUndeclares) {
   EXPECT_EQ(event_producer_prepare_event(producer.get(), local_id), nullptr);
 }
 
+// The queue for a switch that hangs is full of declaration types. To declare a property once more
+// drops the oldest, and whoever waited for that one releases the property.
+TEST_F(Callbacks, AnEndedTypeReleasesWhatIsBeingDeclared) {
+  constexpr std::size_t bound = 64 * 1024 * 1024; // of the queue
+  constexpr guint32 local_id = 1;
+  expect_quiet_log_ = false;
+  switch_.come();
+  switch_.stay_silent("AddDeclaration");
+  struct State {
+    Producer *producer = producer_new("doors", nullptr, nullptr);
+    int ended = 0;
+    bool released = false;
+  } state;
+  Failure failure;
+  ASSERT_TRUE(producer_init_dbus(state.producer, failure.slot()));
+  const auto on_type = [](const char *, gpointer data, GError *error) {
+    auto &self = *static_cast<State *>(data);
+    g_clear_error(&error);
+    ++self.ended;
+    if (ProducerDeclarationData *released = producer_release_declare_id(self.producer, local_id)) {
+      producer_send_undeclare(self.producer, released);
+      self.released = true;
+    }
+  };
+
+  HeldDeclaration small{event_declaration_new(FALSE)};
+  for (int i = 0; i < 24; ++i) // all that go out without an answer
+    producer_add_declaration(state.producer, "small", small.get(), on_type, &state);
+  HeldDeclaration large{event_declaration_new(FALSE)};
+  const std::string value(60'000, 'x');
+  for (int i = 0; i < 100; ++i)
+    event_declaration_add_key_value(large.get(), ("key" + std::to_string(i)).c_str(), value.c_str(),
+                                    VALUE_TYPE_STRING);
+  GByteArray *bytes = event_declaration_serialize(large.get());
+  const std::size_t size = bytes->len;
+  g_byte_array_unref(bytes);
+  for (std::size_t queued = 0; queued + size <= bound; queued += size)
+    producer_add_declaration(state.producer, "large", large.get(), on_type, &state);
+  ASSERT_EQ(state.ended, 0);
+
+  event_declaration_set_property(
+      large.get(), "key0",
+      [](Event *event, gpointer) {
+        event_set_value(event, "key0", "filled");
+        return event;
+      },
+      nullptr);
+  producer_allocate_decl_data(state.producer, local_id, large.release(), nullptr, nullptr);
+  producer_send_declare(state.producer, local_id);
+  EXPECT_GE(state.ended, 1);
+  EXPECT_TRUE(state.released);
+  producer_prepare_free(state.producer);
+  g_object_unref(state.producer);
+}
+
 TEST_F(Callbacks, AsksForAPropertyStateInside) {
   switch_.come();
   switch_.answer_error("GetPropertyState", "com.quor.Event.Error.LookingUpPropState", "none");
