@@ -19,7 +19,7 @@ void SendWindow::enqueue(Queue &queue, WindowCall call) {
     queue.moved_at = g_get_monotonic_time();
   queue.waiting_bytes += call.size;
   waiting_bytes_ += call.size;
-  call.keep();
+  call.keep(queue.usual_object);
   queue.waiting.push_back(std::move(call));
   ++waiting_;
   add(send_totals.waiting, 1);

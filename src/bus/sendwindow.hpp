@@ -116,6 +116,7 @@ class SendWindow {
  private:
   struct Queue {
     const std::string *receiver = nullptr; // its key in the table
+    std::string usual_object{};            // the object path of the first call that had to wait
     std::list<WindowCall> waiting{};
     std::size_t waiting_bytes = 0;
     gint64 moved_at = 0;     // monotonic microseconds: began to wait, or was answered
@@ -160,7 +161,10 @@ class SendWindow {
   void note_few();
   std::size_t free() const noexcept;
   bool is_scarce() const noexcept { return 2 * free() < limits_.unanswered; }
-  bool is_shared() const noexcept { return limits_.unanswered_per_receiver < limits_.unanswered; }
+  // Among receivers, none of which may have most of it.
+  bool is_shared() const noexcept {
+    return 2 * limits_.unanswered_per_receiver <= limits_.unanswered;
+  }
   bool is_suspect(const Queue &queue, gint64 now) const noexcept;
   unsigned limit_of_receiver() const;
   bool receiver_has_room(const Queue &queue) const;

@@ -31,8 +31,14 @@ WindowCall make_window_call(MessageRef message, std::size_t size, CallCompletion
           .completion = std::move(completion)};
 }
 
-void WindowCall::keep() {
-  if (object != nullptr)
+void WindowCall::keep(std::string &usual_object) {
+  if (object == nullptr)
+    return;
+  if (usual_object.empty())
+    usual_object = object;
+  if (usual_object == object)
+    object = usual_object.c_str();
+  else
     kept_object = std::exchange(object, nullptr);
 }
 

@@ -33,8 +33,9 @@ struct WindowCall {
   std::size_t size = 0; // in bytes, for the bound
   CallCompletion completion{};
 
-  // It has to wait, longer than what whoever makes it lends.
-  void keep();
+  // It has to wait, longer than what whoever makes it lends. Nearly all calls to one receiver are
+  // to the same object, whose path is kept once: here, as long as the call.
+  void keep(std::string &usual_object);
   MessageRef message_to(sd_bus *bus, const char *receiver) const;
 };
 

@@ -388,7 +388,7 @@ TEST_F(HangingReceivers, WhatIsOverdueIsNotWaitedFor) {
 }
 
 TEST_F(HangingReceivers, WhoLeavesGivesItsPlacesBack) {
-  open({.unanswered = 16, .timeout = short_time});
+  open({.unanswered = 10, .timeout = short_time});
   for (guint32 i = 1; i <= 9; ++i)
     send("a.b", i);
   ASSERT_TRUE(run_until_overdue(8));
