@@ -165,13 +165,19 @@ gboolean event_producer_int_send_event(EventProducer *event_producer, const Even
     g_propagate_error(error, g_error_copy(failure.get()));
   const bool accepted = failure == nullptr;
 
+  if (!send_callback) {
+    if (accepted)
+      queue_quietly(*event_producer, [copy = std::move(copy)](EventProducer &handle) {
+        producer_send_event(handle.producer.get(), copy.get(), nullptr);
+      });
+    return accepted;
+  }
   // Queued after a failure as well: whoever waits for the callback must hear of it.
   queue(*event_producer, [event = const_cast<Event *>(event), copy = std::move(copy), send_callback,
                           user_data, failure = std::move(failure)](EventProducer &handle) mutable {
     if (!failure)
       producer_send_event(handle.producer.get(), copy.get(), out_of(failure));
-    if (send_callback)
-      send_callback(copy ? event_get_local_id(copy.get()) : 0, event, user_data, failure.release());
+    send_callback(copy ? event_get_local_id(copy.get()) : 0, event, user_data, failure.release());
   });
   return accepted;
 }

@@ -109,16 +109,25 @@ void CommandSource::wake() {
 }
 
 void CommandSource::run_async(CommandSourceFunction function, gpointer data, GDestroyNotify drop) {
+  enqueue({.function = function, .waiter = nullptr, .data = data, .drop = drop});
+}
+
+void CommandSource::run_quietly(CommandSourceFunction function, gpointer data,
+                                GDestroyNotify drop) {
+  enqueue({.function = function, .waiter = nullptr, .data = data, .drop = drop, .is_quiet = true});
+}
+
+void CommandSource::enqueue(const Command &command) {
   {
     const std::lock_guard lock{mutex_};
     if (!is_closed_) {
-      queue_.push_back({function, nullptr, data, drop});
+      queue_.push_back(command);
       wake();
       return;
     }
   }
-  if (drop)
-    drop(data);
+  if (command.drop)
+    command.drop(command.data);
 }
 
 gpointer CommandSource::run(CommandSourceQuery query, gpointer data) {
@@ -158,7 +167,7 @@ gpointer CommandSource::run_there(CommandSourceQuery query, gpointer data) {
   std::unique_lock lock{mutex_};
   if (is_closed_)
     return nullptr;
-  queue_.push_back({nullptr, &waiter, data, nullptr});
+  queue_.push_back({.function = nullptr, .waiter = &waiter, .data = data, .drop = nullptr});
   wake();
   waiter.over.wait(lock, [&] { return waiter.is_over; });
   return waiter.result;
@@ -212,9 +221,23 @@ void CommandSource::close() {
   g_source_destroy(source.get());
 }
 
+// With the lock held. Those that are queued meanwhile, by other threads, come in the next turn.
+void CommandSource::run_quiet(std::unique_lock<std::mutex> &lock) {
+  const auto alive = CommandSourceRef::share(this);
+  home_ = std::this_thread::get_id();
+  may_sleep_ = false;
+  for (std::size_t count = queue_.size(); count > 0 && !is_closed_ && has_quiet_work(); --count) {
+    const Running running{*this};
+    run_one(lock);
+  }
+}
+
+// Quiet commands run here already: a turn of the loop costs more than what most of them do.
 gboolean CommandSource::prepare(GSource *source, gint *) noexcept {
   CommandSource *self = commands_of(source);
-  const std::lock_guard lock{self->mutex_};
+  std::unique_lock lock{self->mutex_};
+  if (self->has_quiet_work())
+    self->run_quiet(lock);
   self->may_sleep_ = !self->has_work();
   return !self->may_sleep_;
 }

@@ -23,6 +23,9 @@ struct CommandSource final {
   // A command that will never run, because the source is closed before its turn, has its data
   // dropped instead.
   void run_async(CommandSourceFunction function, gpointer data, GDestroyNotify drop = nullptr);
+  // A command that calls nothing of the application's and iterates no loop, and whose end nobody
+  // waits for. It may run as soon as the main loop comes by, without a turn of its own.
+  void run_quietly(CommandSourceFunction function, gpointer data, GDestroyNotify drop);
   gpointer run(CommandSourceQuery query, gpointer data);
   // Drops what is queued and leaves the main loop; the owner's reference is gone afterwards.
   void close();
@@ -48,6 +51,7 @@ struct CommandSource final {
     Waiter *waiter;
     gpointer data;
     GDestroyNotify drop; // may be nullptr
+    bool is_quiet = false;
   };
 
   class Running;
@@ -62,9 +66,12 @@ struct CommandSource final {
   static GSourceFuncs source_functions;
 
   bool has_work() const;
+  bool has_quiet_work() const { return has_work() && queue_.front().is_quiet; }
+  void enqueue(const Command &command);
   void wake();
   bool is_home();
   void run_waiting(std::unique_lock<std::mutex> &lock);
+  void run_quiet(std::unique_lock<std::mutex> &lock);
   void run_one(std::unique_lock<std::mutex> &lock);
   gpointer run_here(CommandSourceQuery query, gpointer data);
   gpointer run_there(CommandSourceQuery query, gpointer data);

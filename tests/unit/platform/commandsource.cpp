@@ -38,6 +38,11 @@ void queue(CommandSource *source, Action action) {
   command_source_run_async(source, perform, new Action{std::move(action)});
 }
 
+void queue_quietly(CommandSource *source, Action action) {
+  source->run_quietly(perform, new Action{std::move(action)},
+                      [](gpointer data) noexcept { delete static_cast<Action *>(data); });
+}
+
 gpointer ask(CommandSource *source, Question question) {
   return command_source_run(source, answer, &question);
 }
@@ -222,6 +227,77 @@ TEST_F(Commands, LeaveAnIdleLoopAlone) {
   queue(source_, note("a"));
   iterate_pending();
   EXPECT_FALSE(g_main_context_pending(nullptr));
+}
+
+/* ---- Quiet ones ---- */
+
+TEST_F(Commands, ThatAreQuietTakeNoTurnOfTheLoop) {
+  iterate_pending();
+  queue_quietly(source_, note("a"));
+  queue_quietly(source_, note("b"));
+  EXPECT_EQ(notes_, Notes{});
+  EXPECT_FALSE(g_main_context_iteration(nullptr, FALSE));
+  EXPECT_EQ(notes_, (Notes{"a", "b"}));
+}
+
+TEST_F(Commands, ThatAreQuietKeepTheOrderAmongTheOthers) {
+  Notes expected;
+  for (int i = 0; i < 100; ++i) {
+    (i % 3 == 0 ? queue : queue_quietly)(source_, note(std::to_string(i)));
+    expected.push_back(std::to_string(i));
+  }
+  iterate_pending();
+  EXPECT_EQ(notes_, expected);
+}
+
+TEST_F(Commands, ThatAreQuietAreNotRunByALoopInsideACommand) {
+  queue(source_, [this] {
+    notes_.push_back("begin");
+    queue_quietly(source_, note("queued"));
+    iterate_pending();
+    notes_.push_back("end");
+  });
+  iterate_pending();
+  EXPECT_EQ(notes_, (Notes{"begin", "end", "queued"}));
+}
+
+// What another thread does as soon as the loop sleeps.
+Action while_asleep;
+
+gint acting_poll(GPollFD *records, guint count, gint timeout) {
+  if (Action action = std::exchange(while_asleep, nullptr))
+    std::thread{action}.join();
+  return g_poll(records, count, timeout);
+}
+
+TEST_F(Commands, ThatAreQuietWakeASleepingLoop) {
+  iterate_pending();
+  const GPollFunc poll = g_main_context_get_poll_func(nullptr);
+  g_main_context_set_poll_func(nullptr, acting_poll);
+  while_asleep = [this] { queue_quietly(source_, note("a")); };
+  EXPECT_TRUE(sleep_until([this] { return !notes_.empty(); }));
+  g_main_context_set_poll_func(nullptr, poll);
+}
+
+TEST_F(Commands, ThatAreQuietMayQueueMore) {
+  queue_quietly(source_, [this] {
+    notes_.push_back("first");
+    queue_quietly(source_, note("inner"));
+    queue(source_, note("last"));
+  });
+  queue_quietly(source_, note("second"));
+  iterate_pending();
+  EXPECT_EQ(notes_, (Notes{"first", "second", "inner", "last"}));
+}
+
+TEST_F(Commands, ThatAreQuietMayFreeTheirSource) {
+  queue_quietly(source_, [this] {
+    command_source_free(give_up());
+    notes_.push_back("freed");
+  });
+  queue_quietly(source_, note("never"));
+  iterate_pending();
+  EXPECT_EQ(notes_, Notes{"freed"});
 }
 
 TEST_F(Commands, OfOneThreadStayInOrderAmongThoseOfOthers) {
