@@ -43,9 +43,10 @@ sd_event *loop_of(GSource *source) {
   return self_of(source).event;
 }
 
-// Whether a handler iterates the main loop.
-bool within_handler(GSource *source) {
-  return self_of(source).reading || sd_event_get_state(loop_of(source)) == SD_EVENT_RUNNING;
+// In which the loop is. It runs as well while messages are read past it: then a handler iterates
+// the main loop.
+int state_of(const BusSource &self) {
+  return self.reading ? SD_EVENT_RUNNING : sd_event_get_state(self.event);
 }
 
 // Whether the armed loop has something to do. Not armed any more afterwards.
@@ -86,8 +87,8 @@ std::optional<Awaited> awaited_by(sd_bus *bus) {
 // Whether the loop need not be told anything: it waits for its connection's messages already, and
 // wakes up in time for its time-outs. To wake up before costs less than to set the timer for every
 // call and answer.
-bool waits_well(const BusSource &self) {
-  if (!self.is_sole || sd_event_get_state(self.event) != SD_EVENT_ARMED)
+bool waits_well(const BusSource &self, int state) {
+  if (!self.is_sole || state != SD_EVENT_ARMED)
     return false;
   const auto awaited = awaited_by(self.bus);
   return awaited && awaited->events == self.awaited_events && awaited->time >= self.awaited_time;
@@ -106,17 +107,16 @@ bool find_work_or_wait(BusSource &self) {
 
 gboolean bus_source_prepare(GSource *source, gint *) noexcept {
   // A main loop that a handler iterates must not spin on what only the outer one can take away.
-  const bool handled = within_handler(source);
   BusSource &self = self_of(source);
+  const int state = state_of(self);
+  const bool handled = state == SD_EVENT_RUNNING;
   self.poll.events = handled ? 0 : poll_conditions;
-  return !handled && !waits_well(self) && find_work_or_wait(self);
+  return !handled && !waits_well(self, state) && find_work_or_wait(self);
 }
 
 gboolean bus_source_check(GSource *source) noexcept {
-  if (within_handler(source))
-    return FALSE;
   const BusSource &self = self_of(source);
-  switch (sd_event_get_state(self.event)) {
+  switch (state_of(self)) {
   case SD_EVENT_PENDING:
     return TRUE;
   case SD_EVENT_ARMED:
@@ -159,12 +159,12 @@ int read_expected(GSource *source) {
 }
 
 gboolean bus_source_dispatch(GSource *source, GSourceFunc, gpointer) noexcept {
-  if (within_handler(source))
-    return G_SOURCE_CONTINUE;
   BusSource &self = self_of(source);
+  const int state = state_of(self);
+  if (state == SD_EVENT_RUNNING)
+    return G_SOURCE_CONTINUE;
   // Messages are nearly always all that there is; if there are none, it was the timer or the end.
-  const bool has_read =
-      self.is_sole && sd_event_get_state(self.event) == SD_EVENT_ARMED && read_expected(source) > 0;
+  const bool has_read = self.is_sole && state == SD_EVENT_ARMED && read_expected(source) > 0;
   if (!has_read && find_work_or_wait(self) && dispatch_loop(source) <= 0)
     return G_SOURCE_REMOVE;
   // Also when somebody else drove it to its end.

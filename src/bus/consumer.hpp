@@ -37,7 +37,6 @@ class ConsumerState final : public BusObject {
   void add(std::unique_ptr<ConsumerSubscription> subscription);
   std::unique_ptr<ConsumerSubscription> take(guint32 token);
   ConsumerSubscription *find(guint32 token) const;
-  bool is_secure(guint32 token) const;
 
   void subscribe(guint32 token);
   void refresh(guint32 token);
@@ -60,6 +59,12 @@ class ConsumerState final : public BusObject {
   std::map<guint32, std::unique_ptr<ConsumerSubscription>> subscriptions_; // by token
   std::uint64_t attempts_ = 0;
 };
+
+// Make an object of the bytes and hand it over as the subscription wants it; the subscription may
+// be gone afterwards.
+void deliver_event(const ConsumerSubscription &subscription, const GByteArray &bytes, guint32 uid);
+void deliver_notification(const ConsumerSubscription &subscription, const GByteArray &bytes,
+                          guint32 uid);
 
 using ConsumerClass = ObjectClass<Consumer, ConsumerState>;
 using LockedConsumer = Locked<Consumer, ConsumerState>;

@@ -26,17 +26,23 @@ guint32 get_uid_from_message(sd_bus_message *m) {
   return uid;
 }
 
-using Receive = void (*)(Consumer *, GByteArray *, guint32 token, guint32 uid);
+using Deliver = void (*)(const ConsumerSubscription &, const GByteArray &, guint32 uid);
 
 // The lock is not held any more when the answer goes out.
-void receive(const char *function, sd_bus_message *m, Consumer *consumer, Receive receiver) {
+void receive(const char *function, sd_bus_message *m, Consumer *consumer, Deliver deliver) {
   const LockedConsumer self{consumer};
-  GByteArray bytes = view_bytes(read_bytes(function, m));
+  const GByteArray bytes = view_bytes(read_bytes(function, m));
   guint32 token = 0;
   const int r = sd_bus_message_read_basic(m, SD_BUS_TYPE_UINT32, &token);
   VARRO2_ASSERT_AS(function, "r >= 0", r >= 0);
-  const guint32 uid = self->is_secure(token) ? get_uid_from_message(m) : 0;
-  receiver(consumer, &bytes, token, uid);
+  const ConsumerSubscription *subscription = self->find(token);
+  guint32 uid = 0;
+  if (subscription != nullptr && subscription->secure == SUBSCRIPTION_TYPE_SECURE) {
+    uid = get_uid_from_message(m);
+    subscription = self->find(token); // a failure is logged, and who reads that may unsubscribe
+  }
+  if (subscription != nullptr)
+    deliver(*subscription, bytes, uid);
 }
 
 int consumer_receive_event_bus(sd_bus_message *m, void *self, sd_bus_error *error) noexcept {
@@ -44,7 +50,7 @@ int consumer_receive_event_bus(sd_bus_message *m, void *self, sd_bus_error *erro
   VARRO2_ASSERT(self);
   if (!is_acceptable(m, is_event))
     return refuse_record(error);
-  receive(__func__, m, static_cast<Consumer *>(self), consumer_receive_event);
+  receive(__func__, m, static_cast<Consumer *>(self), deliver_event);
   return sd_bus_reply_method_return(m, nullptr);
 }
 
@@ -53,7 +59,7 @@ int consumer_receive_notification_bus(sd_bus_message *m, void *self, sd_bus_erro
   VARRO2_ASSERT(self);
   if (!is_acceptable(m, is_record<SERIALIZE_ID_NOTIFICATION>))
     return refuse_record(error);
-  receive(__func__, m, static_cast<Consumer *>(self), consumer_receive_notification);
+  receive(__func__, m, static_cast<Consumer *>(self), deliver_notification);
   return sd_bus_reply_method_return(m, nullptr);
 }
 

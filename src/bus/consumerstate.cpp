@@ -57,11 +57,6 @@ ConsumerSubscription *ConsumerState::find(guint32 token) const {
   return found != subscriptions_.end() ? found->second.get() : nullptr;
 }
 
-bool ConsumerState::is_secure(guint32 token) const {
-  const ConsumerSubscription *subscription = find(token);
-  return subscription != nullptr && subscription->secure == SUBSCRIPTION_TYPE_SECURE;
-}
-
 void ConsumerState::add(std::unique_ptr<ConsumerSubscription> subscription) {
   const guint32 token = subscription->token;
   subscriptions_.insert_or_assign(token, std::move(subscription));
@@ -152,19 +147,26 @@ PropertyState *ConsumerState::get_property_state(const SubscribeExpression &expr
 /* ---- Deliveries ---- */
 
 void ConsumerState::receive_event(const GByteArray &bytes, guint32 token, guint32 uid) {
-  const ConsumerSubscription *subscription = find(token);
-  if (subscription == nullptr || subscription->event_cb == nullptr)
-    return;
-  deliver<ConsumerSecureEventCallback>(subscription->event_cb, *subscription,
-                                       event_deserialize(&bytes), uid);
+  if (const ConsumerSubscription *subscription = find(token))
+    deliver_event(*subscription, bytes, uid);
 }
 
 void ConsumerState::receive_notification(const GByteArray &bytes, guint32 token, guint32 uid) {
-  const ConsumerSubscription *subscription = find(token);
-  if (subscription == nullptr || subscription->notification_cb == nullptr)
-    return;
-  deliver<ConsumerSecureNotificationCallback>(subscription->notification_cb, *subscription,
-                                              notification_deserialize(&bytes), uid);
+  if (const ConsumerSubscription *subscription = find(token))
+    deliver_notification(*subscription, bytes, uid);
+}
+
+void deliver_event(const ConsumerSubscription &subscription, const GByteArray &bytes, guint32 uid) {
+  if (subscription.event_cb != nullptr)
+    deliver<ConsumerSecureEventCallback>(subscription.event_cb, subscription,
+                                         event_deserialize(&bytes), uid);
+}
+
+void deliver_notification(const ConsumerSubscription &subscription, const GByteArray &bytes,
+                          guint32 uid) {
+  if (subscription.notification_cb != nullptr)
+    deliver<ConsumerSecureNotificationCallback>(subscription.notification_cb, subscription,
+                                                notification_deserialize(&bytes), uid);
 }
 
 } // namespace varro2

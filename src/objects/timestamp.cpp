@@ -23,9 +23,15 @@ DateTimeRef read_timestamp(Reader &reader) {
   if (!is_calendar_time(seconds))
     return {};
 
-  auto timestamp = DateTimeRef::adopt(g_date_time_new_from_unix_utc(seconds));
-  if (microseconds == 0)
-    return timestamp;
+  // In one step where it can be done: an object less for every event that is read.
+  if (microseconds < G_USEC_PER_SEC && std::in_range<glong>(seconds)) {
+    G_GNUC_BEGIN_IGNORE_DEPRECATIONS
+    const GTimeVal time{.tv_sec = static_cast<glong>(seconds),
+                        .tv_usec = static_cast<glong>(microseconds)};
+    return DateTimeRef::adopt(g_date_time_new_from_timeval_utc(&time));
+    G_GNUC_END_IGNORE_DEPRECATIONS
+  }
+  const auto timestamp = DateTimeRef::adopt(g_date_time_new_from_unix_utc(seconds));
   return DateTimeRef::adopt(g_date_time_add(timestamp.get(), static_cast<gint32>(microseconds)));
 }
 
