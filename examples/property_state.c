@@ -47,6 +47,10 @@ int main(int argc, char **argv) {
   const char *interface = argc > 1 ? argv[1] : "example0";
   EventConsumer *consumer = event_consumer_new("property_state");
 
+  /* From before the first line on, so that whoever has read it can end the program properly. */
+  g_unix_signal_add(SIGINT, on_signal, loop);
+  g_unix_signal_add(SIGTERM, on_signal, loop);
+
   print_state_now(consumer, interface);
 
   /* The state that we wait for: all pairs say which property it is, the last one its state. */
@@ -62,8 +66,6 @@ int main(int argc, char **argv) {
                            on_event, (gpointer) "down");
   property_state_free(is_up);
 
-  g_unix_signal_add(SIGINT, on_signal, loop);
-  g_unix_signal_add(SIGTERM, on_signal, loop);
   g_main_loop_run(loop);
 
   event_consumer_int_free(consumer, on_freed, loop);
