@@ -1,4 +1,4 @@
-// The forms of a container outside the process: record, XML, log, plain copy.
+// The forms of a container that are for people and their files: XML, log, plain copy.
 #include "inspectable.hpp"
 #include "log.hpp"
 
@@ -61,21 +61,6 @@ void varro2::add_tag_elements(XmlNode *node, const GList *tags) {
     xml_set_attribute(element, tag_element, static_cast<const char *>(tags->data));
     xmlnode_add_child(node, element);
   }
-}
-
-void inspectable_serialize_internal(const Inspectable *inspect, GByteArray *array) noexcept {
-  VARRO2_ASSERT(inspect != NULL);
-  VARRO2_ASSERT(array != NULL);
-  VARRO2_ASSERT(inspect->type <= IT_PROPERTY_STATE);
-  varro2::append_record(array, *inspect);
-}
-
-Inspectable *inspectable_deserialize_internal(const GByteArray *array, guint32 *indx) noexcept {
-  VARRO2_ASSERT(array != NULL);
-  VARRO2_ASSERT(indx != NULL);
-  varro2::Reader reader{array, indx};
-  varro2::Room room = Inspectable::room_to_read(array->data + *indx, reader.remaining());
-  return new (room) Inspectable{Inspectable::read(reader, room)};
 }
 
 XmlNode *inspectable_serialize_xml(const Inspectable *insp) noexcept {
