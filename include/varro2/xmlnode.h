@@ -24,8 +24,8 @@ typedef struct XmlAttribute {
 
 /**
  * An element, made by xmlnode_create_node() or the parser and nowhere else. Everything in it
- * belongs to the tree and is GLib memory. The name may be set directly, to a g_malloc'ed text; the
- * other fields are for reading, and are filled through the functions below.
+ * belongs to the tree. The name may be set directly, to a g_malloc'ed text; the other fields are
+ * for reading, and are filled through the functions below.
  */
 typedef struct XmlNode {
   char *name;      /**< NULL until set */

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <new>
 #include <type_traits>
 
 using namespace varro2;
@@ -28,12 +29,36 @@ NodeRecord &record_of(XmlNode &node) {
   return reinterpret_cast<NodeRecord &>(node);
 }
 
-void append(GList *&first, GList *&last, gpointer data) {
-  GList *link = g_list_alloc();
-  link->data = data;
+// An attribute as it is allocated: in one piece with its place in the list, its name and the value
+// that it was made with.
+struct AttributeRecord {
+  XmlAttribute attribute;
+  GList link;
+  char *first_value;
+};
+static_assert(std::is_standard_layout_v<AttributeRecord> &&
+              offsetof(AttributeRecord, attribute) == 0);
+
+AttributeRecord &record_of(XmlAttribute &attribute) {
+  return reinterpret_cast<AttributeRecord &>(attribute);
+}
+
+void set_value(XmlAttribute &attribute, char *value) {
+  if (attribute.value != record_of(attribute).first_value)
+    g_free(attribute.value);
+  attribute.value = value;
+}
+
+void append(GList *&first, GList *&last, GList *link) {
   link->prev = last;
   (last ? last->next : first) = link;
   last = link;
+}
+
+char *put_text(char *at, std::string_view text) {
+  text.copy(at, text.size());
+  at[text.size()] = '\0';
+  return at + text.size() + 1;
 }
 
 XmlAttribute *find_attribute(const XmlNode &node, const char *name) {
@@ -45,27 +70,29 @@ XmlAttribute *find_attribute(const XmlNode &node, const char *name) {
   return nullptr;
 }
 
-void free_attribute(gpointer data) {
-  auto *attribute = static_cast<XmlAttribute *>(data);
-  g_free(attribute->name);
-  g_free(attribute->value);
-  g_free(attribute);
-}
-
 void free_node(XmlNode *node) {
   g_free(node->name);
   g_free(node->text);
-  g_list_free_full(node->attributes, free_attribute);
+  for (GList *link = node->attributes; link;) {
+    auto &attribute = *static_cast<XmlAttribute *>(link->data);
+    link = link->next;
+    set_value(attribute, nullptr);
+    g_free(&record_of(attribute));
+  }
   g_free(&record_of(*node));
 }
 
 } // namespace
 
 void varro2::append_xml_attribute(XmlNode &node, std::string_view name, std::string_view value) {
-  auto *attribute = g_new(XmlAttribute, 1);
-  attribute->name = g_strndup(name.data(), name.size());
-  attribute->value = g_strndup(value.data(), value.size());
-  append(node.attributes, record_of(node).last_attribute, attribute);
+  void *memory = g_malloc(sizeof(AttributeRecord) + name.size() + 1 + value.size() + 1);
+  auto *record = new (memory) AttributeRecord{};
+  record->attribute.name = reinterpret_cast<char *>(record + 1);
+  record->first_value = put_text(record->attribute.name, name);
+  put_text(record->first_value, value);
+  record->attribute.value = record->first_value;
+  record->link.data = &record->attribute;
+  append(node.attributes, record_of(node).last_attribute, &record->link);
 }
 
 XmlNode *xmlnode_create_node(void) noexcept {
@@ -78,8 +105,7 @@ void xmlnode_add_attribute(XmlNode *node, const char *name, const char *value) n
   VARRO2_EXPECT(name != NULL);
   VARRO2_EXPECT(value != NULL);
   if (XmlAttribute *present = find_attribute(*node, name)) {
-    OwnedText former{present->value};
-    present->value = g_strdup(value);
+    set_value(*present, g_strdup(value));
     return;
   }
   append_xml_attribute(*node, name, value);
@@ -95,7 +121,7 @@ const char *xmlnode_get_attribute_value(const XmlNode *node, const char *name) n
 void xmlnode_add_child(XmlNode *parent, XmlNode *child) noexcept {
   VARRO2_EXPECT(parent != NULL);
   VARRO2_EXPECT(child != NULL);
-  append(parent->children, record_of(*parent).last_child, child);
+  append(parent->children, record_of(*parent).last_child, g_list_prepend(nullptr, child));
 }
 
 char *xmlnode_get_xml(const XmlNode *node) noexcept {
