@@ -130,6 +130,13 @@ void hold_received_event(benchmark::State &state) {
 void hold_declaration(benchmark::State &state) {
   hold(state, bench::event8::declaration, event_declaration_free);
 }
+// What a producer keeps.
+void hold_copied_declaration(benchmark::State &state) {
+  EventDeclaration *declaration = bench::event8::declaration();
+  hold(
+      state, [&] { return event_declaration_copy(declaration); }, event_declaration_free);
+  event_declaration_free(declaration);
+}
 void hold_expression(benchmark::State &state) {
   hold(
       state,
@@ -154,6 +161,7 @@ BENCHMARK(prepare_and_send)->RangeMultiplier(10)->Range(1, 10'000);
 BENCHMARK(hold_event)->Iterations(1);
 BENCHMARK(hold_received_event)->Iterations(1);
 BENCHMARK(hold_declaration)->Iterations(1);
+BENCHMARK(hold_copied_declaration)->Iterations(1);
 BENCHMARK(hold_expression)->Iterations(1);
 
 } // namespace

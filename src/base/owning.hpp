@@ -26,6 +26,8 @@ inline void free_string_list(GList *list) noexcept {
 }
 
 using OwnedText = Owned<char, g_free>;
+// A text that is there once, however many hold it: for what many are certain to have in common.
+using SharedText = Owned<char, g_ref_string_release>;
 using OwnedBytes = Owned<guint8, g_free>;
 using OwnedError = Owned<GError, g_error_free>;
 using OwnedList = Owned<GList, g_list_free>;

@@ -18,7 +18,7 @@ bool has_fixed_value(const Inspectable *declared, GQuark key) {
   if (declared == nullptr || declared->and_lists().empty())
     return false;
   const Bucket *bucket = declared->and_lists().back().keys.find(key);
-  return bucket != nullptr && is_plain_fact(*bucket->first);
+  return bucket != nullptr && is_plain_fact(bucket->first());
 }
 
 std::uint64_t bit_of(GQuark key) {
@@ -32,34 +32,38 @@ const AndList *plain_facts(const Event &event) {
     return nullptr;
   const AndList &facts = inspectable.and_lists().back();
   for (const Bucket &bucket : facts.keys)
-    for (const Pair *fact = bucket.first; fact != nullptr; fact = fact->next)
-      if (!is_plain_fact(*fact))
+    for (const Pair &fact : bucket)
+      if (!is_plain_fact(fact))
         return nullptr;
   return &facts;
 }
 
 } // namespace
 
-std::size_t SubscriberIndex::hanging_on(const TestView &test) const {
-  const auto found = tests_.find(test);
-  return found != tests_.end() ? found->second.size() : 0;
+// How many an event may be expected to find on this test, and the new one: the more values the
+// others ask for of the key, the rarer is this one.
+double SubscriberIndex::expected_on(const TestView &test) const {
+  const auto hanging = tests_.find(test);
+  const auto values = values_of_.find(test.key);
+  return static_cast<double>(hanging != tests_.end() ? hanging->second.size() + 1 : 1) /
+         static_cast<double>(values != values_of_.end() ? values->second : 1);
 }
 
 SubscriberIndex::TestView SubscriberIndex::choose(const AndList &tests,
                                                   const Inspectable *declared) const {
   std::optional<TestView> equality;
-  std::pair<bool, std::size_t> rank; // of the equality test; the lowest selects best
+  std::pair<bool, double> rank; // of the equality test; the lowest selects best
   std::optional<TestView> presence;
   for (const Bucket &bucket : tests.keys)
-    for (const Pair *test = bucket.first; test != nullptr; test = test->next) {
-      if (test->negated)
+    for (const Pair &test : bucket) {
+      if (test.negated)
         continue;
-      if (test->value_wildcard) {
-        presence = {bucket.key, true, {}};
+      if (test.value_wildcard) {
+        presence = {test.key, true, {}};
         continue;
       }
-      const TestView candidate{bucket.key, false, view_of(test->value)};
-      const std::pair candidate_rank{has_fixed_value(declared, bucket.key), hanging_on(candidate)};
+      const TestView candidate{test.key, false, view_of(test.value)};
+      const std::pair candidate_rank{has_fixed_value(declared, test.key), expected_on(candidate)};
       if (!equality || candidate_rank < rank) {
         equality = candidate;
         rank = candidate_rank;
@@ -70,8 +74,8 @@ SubscriberIndex::TestView SubscriberIndex::choose(const AndList &tests,
   if (presence)
     return *presence;
   for (const Bucket &bucket : tests.wildcards)
-    if (!bucket.first->negated)
-      return {0, false, view_of(bucket.first->value)};
+    if (!bucket.first().negated)
+      return {0, false, view_of(bucket.first().value)};
   return {0, true, {}};
 }
 
@@ -85,43 +89,50 @@ void SubscriberIndex::add(Subscriber &subscriber, const Inspectable &tests,
                           const EventDeclaration *declaration) {
   const Inspectable *declared =
       declaration != nullptr ? event_declaration_get_inspectable(declaration) : nullptr;
-  auto &[places, count] = subscriber.places;
-  places = std::make_unique<Place[]>(tests.and_lists().size());
+  Places &places = subscriber.places;
+  guint32 &count = places.count;
+  if (tests.and_lists().size() > 1)
+    places.others = std::make_unique<Place[]>(tests.and_lists().size() - 1);
   for (const AndList &and_list : tests.and_lists()) {
     const TestView chosen = choose(and_list, declared);
-    const auto found =
-        tests_.try_emplace(Test{chosen.key, chosen.any_value, std::string{chosen.value}}).first;
+    const auto [found, is_new] =
+        tests_.try_emplace(Test{chosen.key, chosen.any_value, std::string{chosen.value}});
     auto &hanging = found->second;
     places[count] = {&*found, hanging.size()};
     hanging.push_back({&subscriber, count});
     ++count;
     ++count_of(chosen);
-    if (chosen.key != 0 && !chosen.any_value)
+    if (is_equality(chosen)) {
       keys_with_equalities_ |= bit_of(chosen.key);
+      values_of_[chosen.key] += is_new ? 1 : 0;
+    }
   }
 }
 
 void SubscriberIndex::remove(Subscriber &subscriber) {
   // One by one: the last one that hangs there, which takes the place, may be of the same
   // subscriber.
-  auto &[places, count] = subscriber.places;
-  while (count > 0) {
-    const Place place = places[--count];
+  Places &places = subscriber.places;
+  while (places.count > 0) {
+    const Place place = places[--places.count];
     auto &hanging = place.test->second;
     --count_of(place.test->first);
     const Hanging last = hanging.back();
     hanging.pop_back();
     if (hanging.empty()) {
+      if (is_equality(place.test->first))
+        --values_of_[place.test->first.key];
       tests_.erase(tests_.find(place.test->first));
     } else if (place.position < hanging.size()) {
       hanging[place.position] = last;
-      last.subscriber->places.places[last.place].position = place.position;
+      last.subscriber->places[last.place].position = place.position;
     }
   }
 }
 
 void SubscriberIndex::clear() noexcept {
   tests_.clear();
+  values_of_.clear();
   equalities_ = presences_ = any_keys_ = unconditional_ = 0;
   keys_with_equalities_ = 0;
 }
@@ -139,12 +150,12 @@ bool SubscriberIndex::collect(const Event &event, std::vector<const Subscriber *
     return false;
   for (const Bucket &bucket : facts->keys) {
     if (presences_ > 0)
-      look_up({bucket.key, true, {}}, found);
-    for (const Pair *fact = bucket.first; fact != nullptr; fact = fact->next) {
-      if (equalities_ > 0 && (keys_with_equalities_ & bit_of(bucket.key)) != 0)
-        look_up({bucket.key, false, view_of(fact->value)}, found);
+      look_up({bucket.key(), true, {}}, found);
+    for (const Pair &fact : bucket) {
+      if (equalities_ > 0 && (keys_with_equalities_ & bit_of(fact.key)) != 0)
+        look_up({fact.key, false, view_of(fact.value)}, found);
       if (any_keys_ > 0)
-        look_up({0, false, view_of(fact->value)}, found);
+        look_up({0, false, view_of(fact.value)}, found);
     }
   }
   if (unconditional_ > 0)

@@ -1,9 +1,9 @@
 // Finds the subscribers that can want an event, without asking each.
 //
 // Every and-list of an expression hangs on one test that must hold for it to fit: on the equality
-// test ("this key has this value") that fewest others hang on; without one on "this key is there",
-// then on "some key has this value". What has no such test is always asked. Nothing is decided
-// here: whoever is found must still be asked.
+// test ("this key has this value") that events are expected to find fewest on; without one on "this
+// key is there", then on "some key has this value". What has no such test is always asked. Nothing
+// is decided here: whoever is found must still be asked.
 #pragma once
 
 #include <varro2/event.h>
@@ -64,9 +64,12 @@ class SubscriberIndex {
     Tests::value_type *test;
     std::size_t position;
   };
-  // Of all the and-lists of a subscriber.
+  // Of all the and-lists of a subscriber, which mostly has one.
   struct Places {
-    std::unique_ptr<Place[]> places;
+    Place &operator[](guint32 at) noexcept { return at == 0 ? first : others[at - 1]; }
+
+    Place first;
+    std::unique_ptr<Place[]> others;
     guint32 count = 0;
   };
 
@@ -81,11 +84,15 @@ class SubscriberIndex {
 
  private:
   TestView choose(const AndList &tests, const Inspectable *declared) const;
-  std::size_t hanging_on(const TestView &test) const;
+  static bool is_equality(const TestView &test) noexcept {
+    return test.key != 0 && !test.any_value;
+  }
+  double expected_on(const TestView &test) const;
   void look_up(const TestView &test, std::vector<const Subscriber *> &found) const;
   std::size_t &count_of(const TestView &test) noexcept;
 
   Tests tests_;
+  std::unordered_map<GQuark, std::size_t> values_of_; // of each key, in equality tests
   // How many and-lists hang on a test of each kind: what nobody asks for is not looked up.
   std::size_t equalities_ = 0;
   std::size_t presences_ = 0;

@@ -50,7 +50,7 @@ class Arena {
   // Begins with the room, which must live as long as the arena.
   explicit Arena(const Room &room) noexcept {
     if (room.at != nullptr)
-      enter_chunk(new (room.at) Chunk{nullptr, room.size + 1, 0});
+      enter_chunk(new (room.at) Chunk{nullptr, 0}, room.size + 1);
   }
   Arena(Arena &&other) noexcept { *this = std::move(other); }
   Arena &operator=(Arena &&other) noexcept {
@@ -101,21 +101,18 @@ class Arena {
   bool is_absent(const char *text) const noexcept { return text == absent_; }
 
   bool is_one_block() const noexcept { return chunks_ != nullptr && chunks_->next == nullptr; }
-  std::size_t block_size() const noexcept { return chunks_->size - 1 - room(); }
+  std::size_t block_size() const noexcept { return objects_size() + texts_size(); }
 
   // Fills an empty arena, in which its size was reserved, with a copy of the one block of `source`.
   // Pointers in the copy still point into the source: the displacement says where to.
   Displacement copy_block(const Arena &source) {
-    const char *const objects = reinterpret_cast<const char *>(source.chunks_ + 1);
-    const auto objects_size = static_cast<std::size_t>(source.at_ - objects);
-    const auto texts_size = static_cast<std::size_t>(source.absent_ - source.end_);
     const Displacement displacement{
         reinterpret_cast<guintptr>(absent_) - reinterpret_cast<guintptr>(source.absent_),
-        reinterpret_cast<guintptr>(at_) - reinterpret_cast<guintptr>(objects)};
-    std::memcpy(at_, objects, objects_size);
-    at_ += objects_size;
-    end_ -= texts_size;
-    std::memcpy(end_, source.end_, texts_size);
+        reinterpret_cast<guintptr>(at_) - reinterpret_cast<guintptr>(source.objects())};
+    std::memcpy(at_, source.objects(), source.objects_size());
+    at_ += source.objects_size();
+    end_ -= source.texts_size();
+    std::memcpy(end_, source.end_, source.texts_size());
     return displacement;
   }
 
@@ -126,7 +123,6 @@ class Arena {
  private:
   struct Chunk {
     Chunk *next;
-    std::size_t size;
     std::size_t total; // of this chunk and those before it; 0 of a room
   };
   static constexpr std::size_t alignment = 8;
@@ -134,6 +130,10 @@ class Arena {
   static constexpr std::size_t largest = 64 * 1024;
 
   std::size_t room() const noexcept { return static_cast<std::size_t>(end_ - at_); }
+  // Of the one block.
+  const char *objects() const noexcept { return reinterpret_cast<const char *>(chunks_ + 1); }
+  std::size_t objects_size() const noexcept { return static_cast<std::size_t>(at_ - objects()); }
+  std::size_t texts_size() const noexcept { return static_cast<std::size_t>(absent_ - end_); }
   void make_room(std::size_t size) {
     if (size > room()) [[unlikely]] {
       const std::size_t total = chunks_ != nullptr ? chunks_->total : 0;
@@ -143,12 +143,12 @@ class Arena {
   void add_chunk(std::size_t size) {
     size += absent_ == nullptr ? 1 : 0;
     const std::size_t total = size + (chunks_ != nullptr ? chunks_->total : 0);
-    enter_chunk(new (g_malloc(sizeof(Chunk) + size)) Chunk{chunks_, size, total});
+    enter_chunk(new (g_malloc(sizeof(Chunk) + size)) Chunk{chunks_, total}, size);
   }
-  void enter_chunk(Chunk *chunk) noexcept {
+  void enter_chunk(Chunk *chunk, std::size_t size) noexcept {
     chunks_ = chunk;
     at_ = reinterpret_cast<char *>(chunk + 1);
-    end_ = at_ + chunk->size;
+    end_ = at_ + size;
     if (absent_ == nullptr) {
       absent_ = --end_;
       *absent_ = '\0';
@@ -190,11 +190,6 @@ class ArenaVector {
       std::memcpy(static_cast<void *>(grown), data_, size_ * sizeof(T));
     data_ = grown;
     capacity_ = capacity;
-  }
-  void assign(Arena &arena, guint32 size, const T &value) {
-    reserve(arena, size);
-    size_ = size;
-    std::fill_n(data_, size, value);
   }
   T &push_back(Arena &arena, const T &value) {
     if (size_ == capacity_)

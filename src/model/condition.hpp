@@ -4,6 +4,8 @@
 #include "buckets.hpp"
 #include "preconditions.hpp"
 
+#include <functional>
+
 namespace varro2 {
 
 inline bool texts_equal(const char *text1, const char *text2) noexcept {
@@ -15,6 +17,11 @@ struct Condition {
   Condition(const KeyValue &test) noexcept // every test is one
       : value{test.value}, name_space{test.name_space}, key_wildcard{test.key_wildcard != FALSE},
         value_wildcard{test.value_wildcard != FALSE}, negated{test.negated != FALSE} {}
+  // Of a certain key.
+  Condition(const char *its_value, const char *its_name_space, bool any_value,
+            bool is_negated) noexcept
+      : value{its_value}, name_space{its_name_space}, key_wildcard{false},
+        value_wildcard{any_value}, negated{is_negated} {}
 
   const char *value;
   const char *name_space;
@@ -47,12 +54,20 @@ inline Verdict compare(const KeyValue &fact, const Condition &test) noexcept {
   return excluded ? Verdict::failed : Verdict::undecided;
 }
 
+// The one test of a key against the one fact of that key, which most are.
+inline bool fits_test(const KeyValue &fact, const Condition &test) noexcept {
+  const Verdict verdict = compare(fact, test);
+  return verdict == Verdict::matched || (verdict == Verdict::undecided && test.negated);
+}
+
 // The tests of one key against the facts of that key, of which there may be none.
-template <typename Tests>
-bool fits_tests(const Bucket *facts, const Tests &tests) noexcept {
+template <typename Tests, typename ConditionOf = std::identity>
+[[gnu::noinline]] bool fits_tests(const Bucket *facts, const Tests &tests,
+                                  ConditionOf condition_of = {}) noexcept {
   bool matched = false;
   bool all_negated = true;
-  for (const Condition test : tests) {
+  for (const auto &each : tests) {
+    const Condition test = condition_of(each);
     all_negated = all_negated && test.negated;
     if (facts == nullptr) {
       if (!test.negated)

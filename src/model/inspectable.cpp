@@ -3,6 +3,7 @@
 #include "quarks.hpp"
 
 #include <new>
+#include <optional>
 
 using varro2::AndList;
 using varro2::Bucket;
@@ -46,15 +47,8 @@ Inspectable &Inspectable::operator=(Inspectable &&other) noexcept {
 }
 
 void Inspectable::destroy_pairs() noexcept {
-  const auto destroy = [](const varro2::Bucket *bucket, const varro2::Bucket *end) {
-    for (; bucket != end; ++bucket)
-      for (Pair *pair = bucket->first; pair != nullptr;)
-        std::exchange(pair, pair->next)->~Pair();
-  };
-  for (const AndList &and_list : and_lists_) {
-    destroy(and_list.keys.begin(), and_list.keys.end());
-    destroy(and_list.wildcards.begin(), and_list.wildcards.end());
-  }
+  for (AndList &and_list : and_lists_)
+    and_list.destroy_pairs();
 }
 
 AndList &Inspectable::add_and_list() {
@@ -73,7 +67,7 @@ void Inspectable::add(const PairFields &fields, const GList *tags) {
   Bucket *declared = type == IT_EVENT_DECLARATION && !fields.key_wildcard
                          ? and_list.keys.find(fields.key)
                          : nullptr;
-  Pair *pair = declared != nullptr ? declared->first : store(fields);
+  Pair *pair = declared != nullptr ? &declared->first() : store(fields);
   if (declared != nullptr)
     redeclare(*declared, fields);
   else
@@ -91,12 +85,9 @@ void Inspectable::add_tag(std::string_view tag) {
 
 // The later declaration of a key wins; its place and its memory stay.
 void Inspectable::redeclare(Bucket &bucket, const PairFields &fields) {
-  bucket.first->restart(fields, arena_);
-  look_for_strays(*bucket.first);
-  for (Pair *pair = std::exchange(bucket.first->next, nullptr); pair != nullptr;)
-    std::exchange(pair, pair->next)->~Pair();
-  bucket.last = bucket.first;
-  bucket.size = 1;
+  bucket.first().restart(fields, arena_);
+  look_for_strays(bucket.first());
+  bucket.destroy_all_but_first();
 }
 
 const Bucket *Inspectable::bucket_of(const char *key) const noexcept {
@@ -106,7 +97,7 @@ const Bucket *Inspectable::bucket_of(const char *key) const noexcept {
 
 const Pair *Inspectable::find(const char *key) const noexcept {
   const Bucket *bucket = bucket_of(key);
-  return bucket != nullptr ? bucket->first : nullptr;
+  return bucket != nullptr ? &bucket->first() : nullptr;
 }
 
 Pair *Inspectable::find(const char *key) noexcept {
@@ -118,7 +109,7 @@ guint32 Inspectable::key_count() const noexcept {
 }
 
 const Pair *Inspectable::at(guint32 position) const noexcept {
-  return position < key_count() ? and_lists_.back().keys[position].first : nullptr;
+  return position < key_count() ? &and_lists_.back().keys[position].first() : nullptr;
 }
 
 guint32 Inspectable::position_of(const char *key) const noexcept {
@@ -178,15 +169,13 @@ void Inspectable::copy_pairs(AndList &to, const AndList &from) {
   const auto copy = [this](auto &table, const auto &source) {
     table.reserve(arena_, source.size());
     for (const Bucket &bucket : source) {
-      Bucket copied{bucket.key, 0, nullptr, nullptr};
-      for (const Pair *pair = bucket.first; pair != nullptr; pair = pair->next) {
-        Pair *added = store(PairFields::of(*pair));
-        added->store_tags_once(pair->tags, arena_);
-        (copied.last != nullptr ? copied.last->next : copied.first) = added;
-        copied.last = added;
-        ++copied.size;
+      std::optional<Bucket> copied;
+      for (const Pair &pair : bucket) {
+        Pair *added = store(PairFields::of(pair));
+        added->store_tags_once(pair.tags, arena_);
+        copied ? copied->add(added) : void(copied.emplace(added));
       }
-      table.insert(arena_, copied);
+      table.insert(arena_, *copied);
     }
   };
   copy(to.keys, from.keys);

@@ -20,6 +20,12 @@ void write_pair(const KeyValue &pair, Sink &to);
 // The same read back, all fields up to the tags, which follow: a count of 16 bits and the texts.
 void read_pair_fields(Reader &reader, PairFields &fields);
 
+// The same of an element "keyvalue"; false, mostly after a warning, when it is none.
+bool read_pair_fields(const XmlNode &node, PairFields &fields);
+
+// The tags in its elements "tag", borrowed.
+OwnedList read_tag_elements(const XmlNode &node);
+
 // One element "tag" for each tag.
 void add_tag_elements(XmlNode *node, const GList *tags);
 
@@ -159,9 +165,9 @@ void write_buckets(const Table &table, Sink &sink) {
   sink.u16(table.size());
   for (const Bucket &bucket : table) {
     sink.u8(SERIALIZE_ID_BUCKET);
-    sink.u16(bucket.size);
-    for (const Pair *pair = bucket.first; pair != nullptr; pair = pair->next)
-      write_pair(*pair, sink);
+    sink.u16(bucket.size());
+    for (const Pair &pair : bucket)
+      write_pair(pair, sink);
   }
 }
 

@@ -4,7 +4,7 @@
 
 #include <varro2/eventutils.h>
 
-#include <memory>
+#include <utility>
 
 using varro2::AndList;
 using varro2::Pair;
@@ -13,8 +13,6 @@ namespace {
 
 constexpr const char *expression_element = "expression";
 constexpr const char *tag_element = "tag";
-
-using OwnedPair = varro2::Owned<KeyValue, key_value_free>;
 
 XmlNode *new_element(const char *name) {
   XmlNode *node = xmlnode_create_node();
@@ -28,12 +26,13 @@ bool has_name(const XmlNode &node, const char *name) noexcept {
 
 bool read_expression(Inspectable &inspect, const XmlNode &expression) {
   for (const GList *child = expression.children; child != nullptr; child = child->next) {
-    const OwnedPair pair{key_value_deserialize_xml(static_cast<const XmlNode *>(child->data))};
-    if (!pair) {
+    const auto &node = *static_cast<const XmlNode *>(child->data);
+    varro2::PairFields fields;
+    if (!varro2::read_pair_fields(node, fields)) {
       VARRO2_WARNING("%sCould not deserialize expression");
       return false;
     }
-    inspect.add(varro2::PairFields::of(*pair), pair->tags);
+    inspect.add(fields, varro2::read_tag_elements(node).get());
   }
   return true;
 }
@@ -84,12 +83,13 @@ Inspectable *inspectable_deserialize_xml(const XmlNode *node, guint32 type) noex
     return nullptr;
   }
   VARRO2_ASSERT(type <= IT_PROPERTY_STATE);
-  auto inspect = std::make_unique<Inspectable>(type);
+  Inspectable read{type};
   bool first = true;
   for (const GList *child = node->children; child != nullptr; child = child->next)
-    if (!read_child(*inspect, *node, *static_cast<const XmlNode *>(child->data), first))
+    if (!read_child(read, *node, *static_cast<const XmlNode *>(child->data), first))
       return nullptr;
-  return inspect.release();
+  // It is complete now: a copy takes no more than it needs.
+  return new Inspectable{read};
 }
 
 void inspectable_print(const Inspectable *inspect) noexcept {

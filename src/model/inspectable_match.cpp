@@ -39,10 +39,10 @@ constexpr const char *contains = "inspectable_contains";
 
 // A bucket is found by the value of its first test; only a broken record has others in it.
 void require_value(const Bucket &tests, const char *value) {
-  for (const Pair *test = tests.first->next; test != nullptr; test = test->next)
+  for (const Pair &test : tests)
     VARRO2_ASSERT_AS(contains,
                      "strcmp(container_key_value->value, containee_key_value->value) == 0",
-                     std::strcmp(value, test->value) == 0);
+                     std::strcmp(value, test.value) == 0);
 }
 
 // The tests of any key. A fact with an open value fits every plain test and decides nothing for
@@ -66,8 +66,8 @@ bool fits_wildcards(const AndList &facts, const AndList &tests) {
   });
   for (const Bucket &bucket : tests.wildcards) {
     const bool equal = met[tests.wildcards.position_of(bucket)];
-    for (const Pair *test = bucket.first; test != nullptr; test = test->next)
-      if (test->negated ? equal : !equal && !any_open)
+    for (const Pair &test : bucket)
+      if (test.negated ? equal : !equal && !any_open)
         return false;
   }
   return true;
@@ -77,26 +77,31 @@ bool fits(const AndList &facts, const AndList &tests) {
   // What holds tests of any key is no set of facts.
   if (!facts.wildcards.empty())
     return false;
-  for (const Bucket &bucket : tests.keys)
-    if (!varro2::fits_tests(facts.keys.find(bucket.key), bucket))
+  for (const Bucket &bucket : tests.keys) {
+    const Bucket *of_key = facts.keys.find(bucket.key());
+    if (of_key != nullptr && of_key->has_one() && bucket.has_one()
+            ? !varro2::fits_test(of_key->first(), bucket.first())
+            : !varro2::fits_tests(of_key, bucket))
       return false;
+  }
   return tests.wildcards.empty() || fits_wildcards(facts, tests);
 }
 
 bool buckets_equal(const Bucket &bucket1, const Bucket &bucket2) {
-  if (bucket1.size != bucket2.size)
+  const guint32 size = bucket1.size();
+  if (size != bucket2.size())
     return false;
-  if (bucket1.size == 1)
-    return key_value_is_equal(bucket1.first, bucket2.first);
-  std::vector<bool> paired(bucket2.size);
-  for (const Pair *pair1 = bucket1.first; pair1 != nullptr; pair1 = pair1->next) {
+  if (size == 1)
+    return key_value_is_equal(&bucket1.first(), &bucket2.first());
+  std::vector<bool> paired(size);
+  for (const Pair &pair1 : bucket1) {
     guint32 position = 0;
-    const Pair *pair2 = bucket2.first;
-    while (pair2 != nullptr && (paired[position] || !key_value_is_equal(pair1, pair2))) {
-      pair2 = pair2->next;
+    auto pair2 = bucket2.begin();
+    while (pair2 != bucket2.end() && (paired[position] || !key_value_is_equal(&pair1, &*pair2))) {
+      ++pair2;
       ++position;
     }
-    if (pair2 == nullptr)
+    if (pair2 == bucket2.end())
       return false;
     paired[position] = true;
   }
@@ -109,7 +114,7 @@ bool tables_equal(const varro2::BucketTable<Traits> &table1,
   if (table1.size() != table2.size())
     return false;
   for (const Bucket &bucket1 : table1) {
-    const Bucket *bucket2 = table2.find(Traits::key_of(*bucket1.first));
+    const Bucket *bucket2 = table2.find(Traits::key_of(bucket1.first()));
     if (bucket2 == nullptr || !buckets_equal(bucket1, *bucket2))
       return false;
   }
@@ -164,7 +169,7 @@ gboolean inspectable_is_complete(const Inspectable *inspect) noexcept {
   VARRO2_ASSERT_AS("inspectable_is_complete", "g_list_length(inspect->and_lists) == 1",
                    inspect->and_lists().size() == 1);
   for (const Bucket &bucket : inspect->and_lists().back().keys)
-    if (bucket.first->value_wildcard && bucket.first->value_settable)
+    if (bucket.first().value_wildcard && bucket.first().value_settable)
       return FALSE;
   return TRUE;
 }

@@ -1,6 +1,8 @@
 // A container's record, which every event is written to and read from.
 #include "inspectable.hpp"
 
+#include <optional>
+
 using varro2::AndList;
 using varro2::Bucket;
 using varro2::Pair;
@@ -39,7 +41,7 @@ Bucket Inspectable::read_bucket(Reader &reader, PairFields &fields) {
   VARRO2_ASSERT_AS("bucket_deserialize", "type == SERIALIZE_ID_BUCKET",
                    record == SERIALIZE_ID_BUCKET);
   VARRO2_ASSERT_AS("bucket_deserialize", "bucket->key_value_list != NULL", count != 0);
-  Bucket bucket{0, count, nullptr, nullptr};
+  std::optional<Bucket> bucket;
   for (guint16 read = 0; read < count; ++read) {
     varro2::read_pair_fields(reader, fields);
     Pair *pair = store(fields);
@@ -49,17 +51,15 @@ Bucket Inspectable::read_bucket(Reader &reader, PairFields &fields) {
       last_tag = pair->store_tag(last_tag, tag.data(), tag.size(), arena_);
     }
     look_for_strays(*pair);
-    if (bucket.first == nullptr) {
-      bucket.key = pair->key;
-      bucket.first = pair;
-    } else {
-      VARRO2_ASSERT_AS("bucket_add_key_value", "bucket->key == key_value->key",
-                       bucket.key == pair->key);
-      bucket.last->next = pair;
+    if (!bucket) {
+      bucket.emplace(pair);
+      continue;
     }
-    bucket.last = pair;
+    VARRO2_ASSERT_AS("bucket_add_key_value", "bucket->key == key_value->key",
+                     bucket->key() == pair->key);
+    bucket->add(pair);
   }
-  return bucket;
+  return *bucket;
 }
 
 void Inspectable::read_and_list(Reader &reader, guint16 still_to_come) {

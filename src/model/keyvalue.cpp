@@ -175,27 +175,41 @@ XmlNode *key_value_serialize_xml(const KeyValue *key_value) noexcept {
   return node;
 }
 
-KeyValue *key_value_deserialize_xml(const XmlNode *node) noexcept {
-  VARRO2_ASSERT(node != NULL);
-  if (g_strcmp0(node->name, element_name) != 0) {
-    VARRO2_WARNING("%sExpected xml tag '%s' but got '%s'", element_name,
-                   varro2::text_or_empty(node->name));
-    return nullptr;
+bool varro2::read_pair_fields(const XmlNode &node, PairFields &fields) {
+  if (g_strcmp0(node.name, element_name) != 0) {
+    VARRO2_WARNING("%sExpected xml tag '%s' but got '%s'", element_name, text_or_empty(node.name));
+    return false;
   }
-  KeyValue *pair = key_value_new(
-      xml_get_attribute(node, "key"), xml_get_boolean(node, "key-wildcard"),
-      xml_get_attribute(node, "name-space"), xml_get_attribute(node, "key-nice-name"),
-      xml_get_attribute(node, "value"), xml_get_boolean(node, "value-wildcard"),
-      xml_get_attribute(node, "value-nice-name"), xml_get_attribute(node, "value-user-string"),
-      xml_get_attribute(node, "complex-type-name"), xml_get_boolean(node, "not"));
-  if (pair == nullptr)
-    return nullptr;
-  pair->value_type = xml_get_value_type(node, "value-type");
-  for (const GList *child = node->children; child != nullptr; child = child->next) {
+  if (!set_fields(fields, xml_get_attribute(&node, "key"), true,
+                  xml_get_boolean(&node, "key-wildcard"), xml_get_attribute(&node, "value"),
+                  xml_get_boolean(&node, "value-wildcard"), xml_get_boolean(&node, "not")))
+    return false;
+  fields.texts[text_name_space] = xml_get_attribute(&node, "name-space");
+  fields.texts[text_key_nice_name] = xml_get_attribute(&node, "key-nice-name");
+  fields.texts[text_value_nice_name] = xml_get_attribute(&node, "value-nice-name");
+  fields.texts[text_value_user_string] = xml_get_attribute(&node, "value-user-string");
+  fields.texts[text_complex_type_name] = xml_get_attribute(&node, "complex-type-name");
+  fields.value_type = xml_get_value_type(&node, "value-type");
+  return true;
+}
+
+varro2::OwnedList varro2::read_tag_elements(const XmlNode &node) {
+  GQueue tags = G_QUEUE_INIT;
+  for (const GList *child = node.children; child != nullptr; child = child->next) {
     const auto *element = static_cast<const XmlNode *>(child->data);
     if (g_strcmp0(element->name, "tag") == 0)
-      varro2::add_tag_once(*pair, xml_get_attribute(element, "tag"));
+      g_queue_push_tail(&tags, const_cast<char *>(xml_get_attribute(element, "tag")));
   }
+  return OwnedList{tags.head};
+}
+
+KeyValue *key_value_deserialize_xml(const XmlNode *node) noexcept {
+  VARRO2_ASSERT(node != NULL);
+  PairFields fields;
+  if (!varro2::read_pair_fields(*node, fields))
+    return nullptr;
+  auto *pair = new Pair{fields};
+  varro2::copy_tags_once(*pair, varro2::read_tag_elements(*node).get());
   return pair;
 }
 

@@ -26,8 +26,8 @@ namespace {
 // Room that an open value gets in the arena: enough for numbers, timestamps and most names.
 constexpr std::size_t open_value_room = 24;
 
-std::size_t value_room(std::size_t length, gboolean settable) noexcept {
-  if (settable)
+std::size_t value_room(std::size_t length, gboolean open) noexcept {
+  if (open)
     return std::max(length + 1, open_value_room);
   return length == 0 ? 0 : length + 1;
 }
@@ -133,7 +133,7 @@ Pair::Pair(const PairFields &fields) : KeyValue{} {
 Pair::Pair(const PairFields &fields, Arena &arena) : KeyValue{} {
   set_plain(fields);
   const std::string_view text = fields.texts[text_value];
-  value_capacity_ = static_cast<guint32>(value_room(text.size(), value_settable));
+  value_capacity_ = static_cast<guint32>(value_room(text.size(), value_wildcard));
   value = value_capacity_ != 0 ? arena.text(text, value_capacity_) : arena.text(text);
   for (unsigned which = text_value + 1; which < text_count; ++which)
     this->*text_members[which] = arena.text(fields.texts[which]);
@@ -226,7 +226,7 @@ std::size_t Pair::tags_size(const GList *tags) noexcept {
 
 std::size_t Pair::storage_size(const KeyValue &pair) noexcept {
   std::size_t size =
-      sizeof(Pair) + value_room(std::strlen(text_or_empty(pair.value)), pair.value_settable);
+      sizeof(Pair) + value_room(std::strlen(text_or_empty(pair.value)), pair.value_wildcard);
   for (unsigned which = text_value + 1; which < text_count; ++which) {
     const char *text = pair.*text_members[which];
     if (!is_empty(text))

@@ -108,7 +108,7 @@ struct Pair final : KeyValue {
     displacement.text(value_nice_name);
     displacement.text(name_space);
     displacement.text(complex_type_name);
-    displacement.object(next);
+    displacement.present_object(next);
     if (tags != nullptr && has_stored_tags_once())
       displace_tags(tags, displacement);
   }
@@ -116,7 +116,7 @@ struct Pair final : KeyValue {
   void take_over(const Pair &source, Arena &arena);
   static std::size_t taken_over_size(const Pair &source) noexcept;
 
-  Pair *next = nullptr; // the next pair of the same bucket
+  Pair *next = nullptr; // in the ring of the same bucket
 
  private:
   void set_plain(const PairFields &fields) noexcept;

@@ -6,21 +6,25 @@
 #include "subscribeexpression.hpp"
 
 #include <memory>
-#include <string>
 
 namespace {
 
-gboolean add_open_key(EventDeclaration &declaration, const char *key, guint32 value_type) {
+// The key is open when there is no value; one that has a value can still be set to another.
+gboolean add_key(EventDeclaration &declaration, const char *key, const char *value,
+                 guint32 value_type) {
   if (!varro2::is_value_type(value_type)) {
     g_log(nullptr, G_LOG_LEVEL_CRITICAL, "Invalid ValueType: %d", static_cast<gint>(value_type));
     return FALSE;
   }
-  gboolean result =
-      inspectable_add_key_value(&declaration.inspectable, key, FALSE, nullptr, TRUE, FALSE);
-  VARRO2_ASSERT(result == TRUE);
-  result = inspectable_set_value_type(&declaration.inspectable, key, value_type);
-  VARRO2_ASSERT(result == TRUE);
-  return result;
+  varro2::PairFields fields;
+  varro2::set_fields(fields, key, true, FALSE, {}, TRUE, FALSE);
+  fields.value_type = value_type;
+  if (value != nullptr) {
+    fields.texts[varro2::text_value] = value;
+    fields.value_wildcard = FALSE;
+  }
+  declaration.inspectable.add(fields);
+  return TRUE;
 }
 
 } // namespace
@@ -53,7 +57,7 @@ gboolean event_declaration_add_key(EventDeclaration *declaration, const char *ke
                                    guint32 value_type) noexcept {
   VARRO2_EXPECT(declaration != NULL, FALSE);
   VARRO2_EXPECT(key != NULL, FALSE);
-  return add_open_key(*declaration, key, value_type);
+  return add_key(*declaration, key, nullptr, value_type);
 }
 
 gboolean event_declaration_add_key_value(EventDeclaration *declaration, const char *key,
@@ -61,10 +65,8 @@ gboolean event_declaration_add_key_value(EventDeclaration *declaration, const ch
   VARRO2_EXPECT(declaration != NULL, FALSE);
   VARRO2_EXPECT(key != NULL, FALSE);
   VARRO2_EXPECT(value != NULL, FALSE);
-  // Made before the key starts over: it may be the value that the key had.
-  const std::string text = varro2::text_or_empty(varro2::ValueText{value, value_type}.c_str());
-  return add_open_key(*declaration, key, value_type) &&
-         inspectable_set_value_as_string(&declaration->inspectable, key, text.c_str());
+  const varro2::ValueText text{value, value_type};
+  return add_key(*declaration, key, varro2::text_or_empty(text.c_str()), value_type);
 }
 
 gboolean event_declaration_set_value_user_string(EventDeclaration *declaration, const char *key,

@@ -3,16 +3,15 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
-#include <span>
 
 namespace varro2 {
 
 namespace {
 
 // Not with tests of any key, nor with and-lists that have no test.
-bool can_be_sealed(const Inspectable &content) noexcept {
+bool can_be_sealed(const Inspectable &tests) noexcept {
   return std::all_of(
-      content.and_lists().begin(), content.and_lists().end(),
+      tests.and_lists().begin(), tests.and_lists().end(),
       [](const AndList &and_list) { return and_list.wildcards.empty() && !and_list.keys.empty(); });
 }
 
@@ -20,42 +19,40 @@ std::size_t size_of(const char *text) noexcept {
   return std::strlen(text) + 1;
 }
 
-const char *put(char *&at, const char *text) noexcept {
-  const std::size_t size = size_of(text);
-  std::memcpy(at, text, size);
-  return std::exchange(at, at + size);
-}
-
 } // namespace
 
-SealedExpression::SealedExpression(const SubscribeExpression &expression) {
-  const Inspectable &content = *subscribe_expression_get_inspectable(&expression);
-  const char *service = subscribe_expression_get_dbus_service(&expression);
-  const char *object = subscribe_expression_get_dbus_object(&expression);
-  std::size_t texts = size_of(service) + size_of(object);
-  if (!can_be_sealed(content)) {
-    unsealed_ = std::make_unique<Inspectable>(content);
-  } else {
-    for (const AndList &and_list : content.and_lists())
-      for_each_pair(and_list.keys, [&](const Pair &pair) {
-        ++test_count_;
-        texts += size_of(pair.value) + size_of(pair.name_space);
-      });
-  }
-  block_ = std::make_unique_for_overwrite<char[]>(test_count_ * sizeof(Test) + texts);
-  char *at = block_.get() + test_count_ * sizeof(Test);
-  put(at, service);
-  put(at, object);
-  if (unsealed_)
+SealedExpression::SealedExpression(const Inspectable &tests) {
+  if (!can_be_sealed(tests)) {
+    unsealed_ = std::make_unique<Inspectable>(tests);
     return;
-  auto *place = reinterpret_cast<Test *>(block_.get());
-  for (const AndList &and_list : content.and_lists()) {
+  }
+  std::size_t texts = 0;
+  for (const AndList &and_list : tests.and_lists())
     for_each_pair(and_list.keys, [&](const Pair &pair) {
-      Test *test = new (place++) Test{pair, false};
-      test->value = put(at, pair.value);
-      test->name_space = put(at, pair.name_space);
+      ++test_count_;
+      texts += size_of(pair.value) + size_of(pair.name_space);
     });
-    place[-1].ends_and_list = true;
+  std::size_t at = test_count_ * sizeof(Test);
+  block_ = std::make_unique_for_overwrite<char[]>(at + texts);
+  const auto put = [&](const char *text) {
+    const std::size_t size = size_of(text);
+    std::memcpy(block_.get() + at, text, size);
+    return static_cast<guint32>(std::exchange(at, at + size));
+  };
+  auto *test = reinterpret_cast<Test *>(block_.get());
+  for (const AndList &and_list : tests.and_lists()) {
+    for (const Bucket &bucket : and_list.keys) {
+      for (const Pair &pair : bucket)
+        new (test++) Test{pair.key,
+                          put(pair.value),
+                          put(pair.name_space),
+                          pair.value_wildcard != FALSE,
+                          pair.negated != FALSE,
+                          false,
+                          false};
+      test[-1].ends_key = true;
+    }
+    test[-1].ends_and_list = true;
   }
 }
 
@@ -68,29 +65,25 @@ bool SealedExpression::fits(const Inspectable &container) const noexcept {
   return false;
 }
 
-// Whether one of the and-lists fits. The tests of a key stand together.
+// Whether one of the and-lists fits.
 bool SealedExpression::fits(const AndList &facts) const noexcept {
   const Test *const end = tests() + test_count_;
   bool fitting = true;
   for (const Test *test = tests(); test != end;) {
-    const Test *after = test + 1;
-    while (!after[-1].ends_and_list && after->key == test->key)
-      ++after;
-    fitting = fitting && fits_tests(facts.keys.find(test->key), std::span{test, after});
-    if (after[-1].ends_and_list && std::exchange(fitting, true))
+    const Test *const first = test;
+    while (!test++->ends_key) {
+    }
+    fitting = fitting && fits(facts.keys.find(first->key), {first, test});
+    if (test[-1].ends_and_list && std::exchange(fitting, true))
       return true;
-    test = after;
   }
   return false;
 }
 
-const char *SealedExpression::dbus_service() const noexcept {
-  return block_.get() + test_count_ * sizeof(Test);
-}
-
-const char *SealedExpression::dbus_object() const noexcept {
-  const char *service = dbus_service();
-  return service + size_of(service);
+bool SealedExpression::fits(const Bucket *facts, std::span<const Test> of_key) const noexcept {
+  if (facts != nullptr && facts->has_one() && of_key.size() == 1)
+    return fits_test(facts->first(), condition_of(of_key.front()));
+  return fits_tests(facts, of_key, [this](const Test &test) { return condition_of(test); });
 }
 
 } // namespace varro2

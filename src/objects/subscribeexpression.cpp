@@ -30,14 +30,12 @@ SubscribeExpression SubscribeExpression::read(varro2::Reader &reader) {
   VARRO2_ASSERT_AS("subscribe_expression_deserialize_internal",
                    "type == SERIALIZE_ID_SUBSCRIBE_EXPRESSION",
                    type == SERIALIZE_ID_SUBSCRIBE_EXPRESSION);
-  SubscribeExpression se;
-  se.id = reader.u32();
-  se.dbus_service = read_text(reader);
-  se.dbus_object = read_text(reader);
-  se.consumer_token = reader.u32();
-  se.clandestine = reader.u8();
-  se.inspectable = Inspectable::read(reader);
-  return se;
+  return SubscribeExpression{.id = reader.u32(),
+                             .dbus_service = read_text(reader),
+                             .dbus_object = read_text(reader),
+                             .consumer_token = reader.u32(),
+                             .clandestine = reader.u8(),
+                             .inspectable = Inspectable::read(reader)};
 }
 
 // ---- Life and fields
@@ -47,7 +45,7 @@ SubscribeExpression *subscribe_expression_new() noexcept {
 }
 
 SubscribeExpression *subscribe_expression_new_full(gboolean clandestine) noexcept {
-  return new SubscribeExpression{clandestine};
+  return new SubscribeExpression{.clandestine = clandestine};
 }
 
 void subscribe_expression_free(SubscribeExpression *se) noexcept {
@@ -230,9 +228,7 @@ SubscribeExpression *subscribe_expression_deserialize_xmlnode(const XmlNode *nod
   auto content = varro2::read_element(*node, element_name, IT_SUBSCRIBE_EXPRESSION);
   if (!content)
     return nullptr;
-  auto *se = new SubscribeExpression;
-  se->inspectable = std::move(*content);
-  return se;
+  return new SubscribeExpression{.inspectable = std::move(*content)};
 }
 
 // ---- Print

@@ -1,3 +1,4 @@
+// What a consumer asks for. Its fields stand in the order of its record.
 #pragma once
 
 #include "inspectable.hpp"
@@ -8,8 +9,12 @@
 #include <string>
 
 struct SubscribeExpression final {
-  explicit SubscribeExpression(gboolean is_clandestine = FALSE) noexcept
-      : clandestine{is_clandestine} {}
+  guint32 id = 0;
+  std::string dbus_service{};
+  std::string dbus_object{};
+  guint32 consumer_token = 0;
+  gboolean clandestine = FALSE;
+  Inspectable inspectable{IT_SUBSCRIBE_EXPRESSION};
 
   template <typename Sink>
   void write(Sink &sink) const {
@@ -22,11 +27,4 @@ struct SubscribeExpression final {
     inspectable.write(sink);
   }
   static SubscribeExpression read(varro2::Reader &reader);
-
-  Inspectable inspectable{IT_SUBSCRIBE_EXPRESSION};
-  guint32 id = 0;
-  std::string dbus_service;
-  std::string dbus_object;
-  guint32 consumer_token = 0;
-  gboolean clandestine = FALSE;
 };

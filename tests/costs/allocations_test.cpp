@@ -118,14 +118,33 @@ TEST(Memory, OfASubscriptionOfThreeTests) {
     subscribe_expression_add_key_value(expression.get(), "InputToken", token.c_str());
     subscribers.add(std::move(expression));
   }
-  EXPECT_LE((bytes_held() - before) / count, 360U);
+  EXPECT_LE((bytes_held() - before) / count, 256U);
 }
 
-TEST(Memory, OfAnEventOfEightKeys) {
+TEST(Memory, OfEventsAndDeclarationsOfEightKeys) {
   const Setting setting{8};
-  const std::size_t before = bytes_held();
-  const OwnedEvent copy{event_copy(setting.filled.get())};
-  EXPECT_LE(bytes_held() - before, 1536U);
+  EventDeclaration *declaration = setting.declaration.get();
+  for (std::size_t key = 0; key < setting.names.size(); ++key) {
+    const char *name = setting.names[key].c_str();
+    event_declaration_set_name_space(declaration, name, key < 3 ? "tns1" : "");
+    event_declaration_set_nice_names(declaration, name, key < 3 ? "" : "What it is called", "");
+  }
+  const auto held_by = [](auto make) {
+    const std::size_t before = bytes_held();
+    const auto made = make();
+    return bytes_held() - before;
+  };
+  // As a producer keeps both, and what it sends.
+  EXPECT_LE(held_by([&] { return OwnedDeclaration{event_declaration_copy(declaration)}; }), 1400U);
+  EXPECT_LE(held_by([&] { return OwnedEvent{event_declaration_generate_event(declaration)}; }),
+            1400U);
+  EXPECT_LE(held_by([&] { return OwnedEvent{event_copy(setting.filled.get())}; }), 1400U);
+  const auto bytes = BytesRef::adopt(event_serialize(setting.filled.get()));
+  EXPECT_LE(held_by([&] { return OwnedEvent{event_deserialize(bytes.get())}; }), 1400U);
+  // From a document, as registration by type keeps it.
+  const OwnedText xml{event_declaration_serialize_xml(declaration)};
+  EXPECT_LE(held_by([&] { return OwnedDeclaration{event_declaration_deserialize_xml(xml.get())}; }),
+            1400U);
 }
 
 } // namespace

@@ -161,6 +161,36 @@ TEST_F(SubscriberIndexTest, FindsWhatAskingEachFinds) {
   EXPECT_LT(matched, compared - compared / 10);
 }
 
+// All ask for the same state, ten each for one token, and the rarer test comes last. Whoever is
+// found must be asked: nearly all who are found must want the event.
+TEST(SubscriberIndexRank, ATestThatAllHaveIsLeftAlone) {
+  constexpr guint32 count = 1000;
+  SubscriberIndex index;
+  std::vector<std::unique_ptr<Subscriber>> subscribers;
+  for (guint32 number = 0; number < count; ++number) {
+    const OwnedExpression expression{subscribe_expression_new()};
+    subscribe_expression_add_key_value(expression.get(), "state", "1");
+    const std::string token = "port-" + std::to_string(number % (count / 10));
+    subscribe_expression_add_key_value(expression.get(), "token", token.c_str());
+    subscribers.push_back(std::make_unique<Subscriber>(*expression, number));
+    index.add(*subscribers.back(), *subscribe_expression_get_inspectable(expression.get()),
+              nullptr);
+  }
+  const Own<Event> event{event_new()};
+  Inspectable *facts = event_get_inspectable(event.get());
+  inspectable_add_key_value(facts, "state", FALSE, "1", FALSE, FALSE);
+  inspectable_add_key_value(facts, "token", FALSE, "port-50", FALSE, FALSE);
+  std::vector<const Subscriber *> found;
+  ASSERT_TRUE(index.collect(*event, found));
+  EXPECT_GE(found.size(), 10U);
+  EXPECT_LE(found.size(), 12U);
+  for (auto &subscriber : subscribers)
+    index.remove(*subscriber);
+  found.clear();
+  ASSERT_TRUE(index.collect(*event, found));
+  EXPECT_TRUE(found.empty());
+}
+
 // A subscriber that hangs on one test several times is found once, and leaves nothing behind.
 TEST_F(SubscriberIndexTest, SeveralListsOnOneTest) {
   const auto bytes = [](guint32 id) {
