@@ -31,6 +31,29 @@ TEST_F(Life, CallsBeforeTheLoopRunsAreSentWhenItDoes) {
             wire::declaration_record({0, 1, 0, false}, false, greeting_pairs()));
 }
 
+TEST_F(Life, WhatWasPreparedBeforeTheConnectionIsSentOnceWithIt) {
+  switch_.come();
+  const Held<Consumer, g_object_unref> consumer{consumer_new("listener")};
+  const Held<Producer, g_object_unref> producer{producer_new("hello", nullptr, nullptr)};
+  Inbox inbox;
+  consumer_prepare_subscribe(consumer.get(), 5, wants("a", "b").get(), Inbox::on_event, nullptr,
+                             &inbox, SUBSCRIPTION_TYPE_NORMAL);
+  producer_allocate_decl_data(producer.get(), 3, greeting().release(), nullptr, nullptr);
+  Failure failure;
+  ASSERT_TRUE(consumer_init_dbus(consumer.get(), failure.slot()));
+  ASSERT_TRUE(producer_init_dbus(producer.get(), failure.slot()));
+  ASSERT_TRUE(switch_.wait_for("Subscribe"));
+  ASSERT_TRUE(switch_.wait_for("Declare"));
+  // They are there already.
+  consumer_send_subscribe(consumer.get(), 5);
+  producer_send_declare(producer.get(), 3);
+  for (const Call &call : switch_.calls())
+    switch_.fence(call.sender);
+  EXPECT_EQ(switch_.calls("Subscribe").size(), 1U);
+  EXPECT_EQ(switch_.calls("Subscribe").front().number(2), 5U);
+  EXPECT_EQ(switch_.calls("Declare").size(), 1U);
+}
+
 TEST_F(Life, AProducerThatIsThereFirstIsServedWhenTheSwitchComes) {
   ProducerHandle producer{"hello"};
   ConsumerHandle consumer{"listener"};

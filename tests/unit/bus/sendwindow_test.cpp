@@ -225,6 +225,19 @@ TEST_F(SendWindowTest, WarnsAgainWhenTheQueueWasEmptyBetween) {
   }
 }
 
+TEST_F(SendWindowTest, WarnsAgainThoughTheLastAnswersWereMissingBetween) {
+  open({.unanswered_per_receiver = 2, .queued_bytes = 3'000});
+  const LogCapture log;
+  for (int episode = 1; episode <= 2; ++episode) {
+    for (guint32 i = 0; i < 10; ++i)
+      send("a.b", i, 1000);
+    EXPECT_EQ(log.texts(G_LOG_LEVEL_WARNING).size(), static_cast<std::size_t>(episode));
+    while (window->waiting() > 0)
+      bus.answer(0);
+    EXPECT_EQ(bus.size(), 2u);
+  }
+}
+
 TEST_F(SendWindowTest, KeepsTheNewestHoweverLarge) {
   open({.unanswered_per_receiver = 1, .queued_bytes = 1'000});
   const LogCapture log;
@@ -401,6 +414,30 @@ TEST_F(HangingReceivers, WhoLeavesGivesItsPlacesBack) {
   EXPECT_EQ(numbers_of("c.d"), (Numbers{21, 22, 23, 24, 25}));
   bus.answer(0); // nobody knows it any more
   EXPECT_EQ(window->unanswered(), 5u);
+}
+
+TEST_F(HangingReceivers, WhoLeftAndComesBackIsServedAnew) {
+  open({.timeout = short_time});
+  for (guint32 i = 1; i <= 8; ++i)
+    send("a.b", i);
+  ASSERT_TRUE(run_until_overdue(8));
+  window->forget("a.b");
+  std::size_t receivers = 0;
+  window->visit_queues([&receivers](const std::string &, const QueueState &) { ++receivers; });
+  EXPECT_EQ(receivers, 0u);
+  send("a.b", 9);
+  EXPECT_EQ(numbers().back(), 9u);
+}
+
+// A time-out is told by sd-bus here and by nobody else.
+TEST_F(HangingReceivers, WhoAnswersInTheWordsOfATimeOutHasAnswered) {
+  open({});
+  for (guint32 i = 1; i <= 9; ++i)
+    send("a.b", i);
+  bus.answer_error(0, SD_BUS_ERROR_NO_REPLY);
+  EXPECT_EQ(window->overdue(), 0u);
+  EXPECT_EQ(window->answered(), 1u);
+  EXPECT_EQ(numbers().back(), 9u);
 }
 
 TEST_F(HangingReceivers, AnEndedConnectionLeavesNothingOverdue) {
