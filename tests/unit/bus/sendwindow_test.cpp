@@ -143,6 +143,17 @@ TEST_F(SendWindowTest, ForgetsAReceiver) {
   EXPECT_EQ(window->dropped(), 12u);
 }
 
+TEST_F(SendWindowTest, TellsWhoWaitsForACallThatItGivesUpWithItsReceiver) {
+  open({.unanswered_per_receiver = 1});
+  std::vector<CallEnd> ends;
+  for (guint32 i = 1; i <= 3; ++i)
+    send("a.b", i, 16, [&ends](CallEnd end, sd_bus_message *) { ends.push_back(end); });
+  window->forget("a.b");
+  EXPECT_EQ(ends, (std::vector{CallEnd::dropped, CallEnd::dropped}));
+  bus.answer(0);
+  EXPECT_EQ(ends, (std::vector{CallEnd::dropped, CallEnd::dropped, CallEnd::answered}));
+}
+
 TEST_F(SendWindowTest, DropsTheOldestPastItsBoundAndWarnsOnce) {
   open({.unanswered_per_receiver = 1, .queued_bytes = 100'000});
   const LogCapture log;
@@ -286,6 +297,15 @@ TEST_F(SendWindowTest, TellsWhenItIsIdle) {
   EXPECT_EQ(told, 0);
   bus.answer(0);
   EXPECT_EQ(told, 1);
+}
+
+// The one who is told of the call may be the end of the window.
+TEST_F(SendWindowTest, TellsThatItIsIdleBeforeHowTheCallEnded) {
+  std::string told;
+  window->set_idle_handler([&] { told += "idle "; });
+  send("a.b", 1, 16, [&told](CallEnd, sd_bus_message *) { told += "answered"; });
+  bus.answer(0);
+  EXPECT_EQ(told, "idle answered");
 }
 
 TEST_F(SendWindowTest, GivesUpAllAtOnceWhenTheConnectionIsGone) {
@@ -449,6 +469,31 @@ TEST_F(HangingReceivers, AnEndedConnectionLeavesNothingOverdue) {
   bus.hang_up();
   EXPECT_EQ(window->overdue(), 1u);
   EXPECT_TRUE(window->idle());
+}
+
+// A receiver whose share grows again has calls waiting although there is room for the next one.
+TEST_F(HangingReceivers, LeaveTheOrderOfTheOthersAsItIs) {
+  const auto first_of = [this](bool of_the_others) {
+    std::size_t index = 0;
+    while (index < bus.size() && (bus.receiver(index) == "a.b") == of_the_others)
+      ++index;
+    return index;
+  };
+  for (int receiver = 0; receiver < 7; ++receiver)
+    for (guint32 i = 0; i < 8; ++i)
+      send(("c.d" + std::to_string(receiver)).c_str(), i);
+  for (guint32 i = 1; i <= 8; ++i)
+    send("a.b", i);
+  ASSERT_GT(window->waiting(), 0u);
+  for (std::size_t at = first_of(true); at < bus.size(); at = first_of(true))
+    bus.answer(at);
+  send("a.b", 9);
+  Numbers arrived;
+  while (bus.size() > 0) {
+    arrived.push_back(bus.number(0));
+    bus.answer(0);
+  }
+  EXPECT_EQ(arrived, (Numbers{1, 2, 3, 4, 5, 6, 7, 8, 9}));
 }
 
 TEST_F(HangingReceivers, GetOneEachOfTheScarceHalf) {
