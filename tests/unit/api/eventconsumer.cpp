@@ -1,6 +1,7 @@
 #include "eventconsumer.hpp"
 #include "nobus.hpp"
 
+#include <atomic>
 #include <thread>
 
 using namespace varro2::test;
@@ -282,4 +283,28 @@ TEST_F(Consumers, PropertyStateFromAnotherThreadWaitsForTheLoop) {
   EXPECT_TRUE(iterate_until([&] { return answered; }));
   other.join();
   EXPECT_EQ(take(error).code, 2);
+}
+
+// The thread comes through one lock alone: another one on its way could hide that this is missing.
+TEST_F(Consumers, LooksUpWhileSubscriptionsComeAndGo) {
+  const auto asked = any_text();
+  event_consumer_subscribe(consumer, asked.get(), drop_event, NULL);
+  constexpr auto relaxed = std::memory_order_relaxed; // orders nothing
+  constexpr guint32 unknown = G_MAXUINT32;            // behind all that come and go
+  std::atomic<bool> enough{false};
+  std::atomic<int> looked{0};
+  bool was_ever_there = false;
+  std::thread looking{[&] {
+    for (; !enough.load(relaxed); looked.fetch_add(1, relaxed))
+      was_ever_there |= consumer_token_exists(consumer->consumer.get(), unknown) != FALSE;
+  }};
+  for (int i = 0; i < 500 || looked.load(relaxed) < 500; ++i) {
+    const guint32 token = event_consumer_subscribe(consumer, asked.get(), drop_event, NULL);
+    if (i % 2 != 0)
+      EXPECT_TRUE(event_consumer_unsubscribe(consumer, token, NULL));
+    iterate_pending();
+  }
+  enough = true;
+  looking.join();
+  EXPECT_FALSE(was_ever_there);
 }

@@ -1,6 +1,7 @@
 #include "eventproducer.hpp"
 #include "nobus.hpp"
 
+#include <atomic>
 #include <thread>
 
 using namespace varro2::test;
@@ -392,4 +393,33 @@ TEST_F(Producers, MayBeUsedFromAnyThread) {
   iterate_pending();
   EXPECT_EQ(event_producer_declare(producer, text_declaration().get()), 2 * count + 1);
   EXPECT_EQ(event_producer_prepare_event(producer, 2 * count), nullptr);
+}
+
+// Each thread comes through one lock alone: another one on its way could hide that this is missing.
+TEST_F(Producers, LooksUpWhileDeclarationsComeAndGo) {
+  const guint32 shared = event_producer_declare(producer, text_declaration().get());
+  const TestEvent event{event_producer_prepare_event(producer, shared)};
+  event_set_local_id(event.get(), G_MAXUINT32);       // behind all that come and go
+  constexpr auto relaxed = std::memory_order_relaxed; // orders nothing
+  std::atomic<bool> enough{false};
+  std::atomic<int> prepared{0};
+  std::atomic<int> filled{0};
+  std::thread preparing{[&] {
+    for (; !enough.load(relaxed); prepared.fetch_add(1, relaxed))
+      event_free(event_producer_prepare_event(producer, shared));
+  }};
+  std::thread filling{[&] {
+    for (; !enough.load(relaxed); filled.fetch_add(1, relaxed))
+      producer_fill_global_event_data(producer->producer.get(), event.get());
+  }};
+  for (int i = 0; i < 500 || prepared.load(relaxed) < 500 || filled.load(relaxed) < 500; ++i) {
+    const guint32 id = event_producer_declare(producer, text_declaration().get());
+    if (i % 2 != 0)
+      EXPECT_TRUE(event_producer_undeclare(producer, id));
+    iterate_pending();
+  }
+  enough = true;
+  preparing.join();
+  filling.join();
+  EXPECT_EQ(event_get_global_id(event.get()), 0u);
 }

@@ -7,6 +7,8 @@
 #include <latch>
 #include <memory>
 #include <thread>
+#include <unordered_set>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -51,6 +53,24 @@ TEST(IdGenerator, SkipsWhatIsInUseUntilItIsReleased) {
   idgenerator_release(&idgen, 2);
   EXPECT_EQ(idgenerator_reserve(&idgen), 4294967294u);
   EXPECT_EQ(idgenerator_reserve(&idgen), 2u);
+}
+
+TEST(IdGenerator, IsToldOfReleasesWhileItLooksForAnId) {
+  constexpr guint32 count = 10000;
+  std::unordered_set<guint32> in_use;
+  for (guint32 id = 1; id <= count; ++id)
+    in_use.insert(id);
+  IdGenerator idgen{0, std::move(in_use)};
+  std::jthread releasing{[&] {
+    for (guint32 id = count; id > 0; --id)
+      idgenerator_release(&idgen, id);
+  }};
+  guint32 last = 0;
+  for (guint32 i = 0; i < count; ++i) {
+    const guint32 id = idgenerator_reserve(&idgen);
+    EXPECT_GT(id, last);
+    last = id;
+  }
 }
 
 TEST(IdGenerator, GivesEveryThreadIdsOfItsOwn) {
