@@ -5,13 +5,17 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <ctime>
+#include <functional>
 #include <string>
+#include <utility>
 
 namespace {
 
 using namespace varro2;
 using varro2::test::DirectBus;
+using varro2::test::iterate_pending;
 using varro2::test::iterate_until;
 
 using LoopRef = Counted<sd_event, sd_event_ref, sd_event_unref>;
@@ -60,11 +64,14 @@ class BusSource : public ::testing::TestWithParam<bool> {
   SourceRef source_;
   std::size_t answered_ = 0;
   std::size_t failed_ = 0;
+  std::function<void()> on_end_; // of the next call
 
  private:
   static int ended(sd_bus_message *answer, void *data, sd_bus_error *) noexcept {
     auto *self = static_cast<BusSource *>(data);
     ++(sd_bus_message_is_method_error(answer, nullptr) ? self->failed_ : self->answered_);
+    if (const auto on_end = std::exchange(self->on_end_, {}))
+      on_end();
     return 0;
   }
 };
@@ -79,6 +86,46 @@ TEST_P(BusSource, TakesMoreMessagesThanFitOneTurn) {
   EXPECT_TRUE(end(count, 0));
 }
 
+TEST_P(BusSource, LetsOthersRunBetweenManyMessages) {
+  constexpr std::size_t count = 200;
+  for (std::size_t number = 0; number < count; ++number)
+    call(long_time);
+  ASSERT_TRUE(arrive(count));
+  for (std::size_t number = 0; number < count; ++number)
+    ends_.answer_far(0);
+  std::size_t most = 0;
+  EXPECT_TRUE(iterate_until([this, &most, before = std::size_t{0}]() mutable {
+    most = std::max(most, answered_ - std::exchange(before, answered_));
+    return answered_ == count;
+  }));
+  EXPECT_GT(most, 1u);
+  EXPECT_LE(most, 64u);
+}
+
+// What has arrived meanwhile is for the outer loop: it must not keep the inner one awake.
+TEST_P(BusSource, LeavesALoopInsideAHandlerItsSleep) {
+  call(long_time);
+  call(long_time);
+  ASSERT_TRUE(arrive(2));
+  int rounds = 0;
+  on_end_ = [&rounds] {
+    bool is_over = false;
+    g_timeout_add(
+        50,
+        [](gpointer over) -> gboolean {
+          *static_cast<bool *>(over) = true;
+          return G_SOURCE_REMOVE;
+        },
+        &is_over);
+    for (; !is_over; ++rounds)
+      g_main_context_iteration(nullptr, TRUE);
+  };
+  ends_.answer_far(0);
+  ends_.answer_far(0);
+  EXPECT_TRUE(end(2, 0));
+  EXPECT_LT(rounds, 100); // others have timers, too
+}
+
 TEST_P(BusSource, EndsACallInTime) {
   call(short_time);
   EXPECT_TRUE(end(0, 1));
@@ -87,6 +134,7 @@ TEST_P(BusSource, EndsACallInTime) {
 TEST_P(BusSource, EndsACallInTimeAfterOneThatHadMore) {
   call(long_time);
   ASSERT_TRUE(arrive(1));
+  iterate_pending(); // from here on the loop sleeps until the first call's time
   call(short_time);
   EXPECT_TRUE(end(0, 1));
   ends_.answer_far(0);
@@ -112,6 +160,9 @@ TEST_P(BusSource, WritesOnWhenTheOtherEndReads) {
     EXPECT_GE(sd_bus_get_n_queued_write(ends_.near(), &queued), 0);
     return queued > 1;
   };
+  call(long_time);
+  ASSERT_TRUE(arrive(++count));
+  iterate_pending(); // from here on the loop sleeps until something comes in
   for (; !is_stuck(); ++count)
     call(long_time, size);
   EXPECT_TRUE(arrive(count));
