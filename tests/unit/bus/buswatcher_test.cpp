@@ -12,12 +12,16 @@ namespace {
 
 class BusWatching : public ::testing::Test {
  protected:
-  BusWatching() {
-    event_utils_set_untrusted_peers(TRUE);
+  BusWatching() { event_utils_set_untrusted_peers(TRUE); }
+  ~BusWatching() override { event_utils_set_untrusted_peers(FALSE); }
+};
+
+// A connection and its watcher. They are of no use after a fork: who is to die makes its own there.
+struct Watched {
+  Watched() {
     *watcher = {.online = on_online, .offline = on_offline, .user_data = this};
     EXPECT_GE(watch_bus_driver(bus.near(), watcher.get()), 0);
   }
-  ~BusWatching() override { event_utils_set_untrusted_peers(FALSE); }
 
   void owner_changes(const char *from, const char *to) {
     MessageRef signal;
@@ -33,9 +37,9 @@ class BusWatching : public ::testing::Test {
     }
   }
 
-  static void on_online(gpointer self) { static_cast<BusWatching *>(self)->told += "online "; }
+  static void on_online(gpointer self) { static_cast<Watched *>(self)->told += "online "; }
   static void on_offline(gpointer user_data) {
-    auto &self = *static_cast<BusWatching *>(user_data);
+    auto &self = *static_cast<Watched *>(user_data);
     self.told += "offline ";
     if (self.ends_when_offline) {
       sd_bus_close(self.bus.near());
@@ -50,37 +54,41 @@ class BusWatching : public ::testing::Test {
 };
 
 TEST_F(BusWatching, AHandOverIsALeaveAndAReturn) {
-  owner_changes("", ":1.1");
-  owner_changes(":1.1", ":1.2");
-  owner_changes(":1.2", "");
-  EXPECT_EQ(told, "online offline online offline ");
+  Watched watched;
+  watched.owner_changes("", ":1.1");
+  watched.owner_changes(":1.1", ":1.2");
+  watched.owner_changes(":1.2", "");
+  EXPECT_EQ(watched.told, "online offline online offline ");
 }
 
 TEST_F(BusWatching, AmongTrustedPeersThereIsNoHandOver) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe"); // a connection is of no use after a fork
   event_utils_set_untrusted_peers(FALSE);
-  EXPECT_DEATH(owner_changes(":1.1", ":1.2"), "driver_name_owner_changed: code should not be");
-  EXPECT_DEATH(owner_changes("", ""), "driver_name_owner_changed: code should not be");
-  owner_changes("", ":1.1");
-  owner_changes(":1.1", "");
-  EXPECT_EQ(told, "online offline ");
+  EXPECT_DEATH(Watched{}.owner_changes(":1.1", ":1.2"),
+               "driver_name_owner_changed: code should not be");
+  EXPECT_DEATH(Watched{}.owner_changes("", ""), "driver_name_owner_changed: code should not be");
+  Watched watched;
+  watched.owner_changes("", ":1.1");
+  watched.owner_changes(":1.1", "");
+  EXPECT_EQ(watched.told, "online offline ");
 }
 
 TEST_F(BusWatching, WhoWantsNotToBeToldIsNot) {
-  watcher->online = nullptr;
-  owner_changes("", ":1.1");
-  owner_changes(":1.1", "");
-  watcher->online = on_online;
-  watcher->offline = nullptr;
-  owner_changes("", ":1.1");
-  owner_changes(":1.1", "");
-  EXPECT_EQ(told, "offline online ");
+  Watched watched;
+  watched.watcher->online = nullptr;
+  watched.owner_changes("", ":1.1");
+  watched.owner_changes(":1.1", "");
+  watched.watcher->online = Watched::on_online;
+  watched.watcher->offline = nullptr;
+  watched.owner_changes("", ":1.1");
+  watched.owner_changes(":1.1", "");
+  EXPECT_EQ(watched.told, "offline online ");
 }
 
 TEST_F(BusWatching, WhoGoesInAHandOverIsNotToldOfItsOtherHalf) {
-  ends_when_offline = true;
-  owner_changes(":1.1", ":1.2");
-  EXPECT_EQ(told, "offline ");
+  Watched watched;
+  watched.ends_when_offline = true;
+  watched.owner_changes(":1.1", ":1.2");
+  EXPECT_EQ(watched.told, "offline ");
 }
 
 } // namespace
