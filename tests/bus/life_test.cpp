@@ -170,6 +170,26 @@ TEST_F(Life, WhatAFormerSwitchLeftUnansweredDoesNotHoldUpTheNext) {
   EXPECT_EQ(switch_.count("Declare"), count);
 }
 
+TEST_F(Life, WhatAFormerSwitchLeftUnansweredDoesNotHoldUpSubscriptionsToTheNext) {
+  constexpr std::size_t count = 40;
+  switch_.stay_silent("Subscribe");
+  switch_.come();
+  ConsumerHandle consumer{"listener"};
+  Inbox inbox;
+  for (std::size_t i = 0; i < count; ++i)
+    event_consumer_subscribe(consumer.get(), wants("a", "b").get(), Inbox::on_event, &inbox);
+  ASSERT_TRUE(switch_.wait_for("Subscribe"));
+  switch_.fence(switch_.calls("Subscribe").front().sender);
+
+  switch_.leave();
+  switch_.answer_again("Subscribe");
+  switch_.forget_calls();
+  switch_.come();
+  ASSERT_TRUE(switch_.wait_for("Subscribe", count));
+  switch_.fence(switch_.calls("Subscribe").front().sender);
+  EXPECT_EQ(switch_.count("Subscribe"), count);
+}
+
 TEST_F(Life, AForgedSignalChangesNothing) {
   switch_.come();
   ProducerHandle producer{"hello"};
