@@ -130,6 +130,7 @@ TEST(Registry, FindsAllThatAClientLeavesBehindAndNothingElse) {
   EXPECT_EQ(registry.producers_on(":1.5"), (std::vector<Address>{producer, other_producer}));
   EXPECT_TRUE(registry.producers_on(":1.").empty());
   EXPECT_EQ(registry.subscriptions_of(consumer), (std::vector<std::uint32_t>{2, 1}));
+  EXPECT_EQ(registry.subscriptions_of({":1.7", "/another"}), (std::vector<std::uint32_t>{3}));
   EXPECT_EQ(registry.subscriptions_on(":1.7"), (std::vector<std::uint32_t>{3, 2, 1}));
   EXPECT_TRUE(registry.subscriptions_on(":1.9").empty());
 }
