@@ -204,6 +204,15 @@ TEST_F(CommandLine, NothingInAFileIsNothingFound) {
   EXPECT_EQ(varro2({"send", "--from", "/"}).errors, "varro2: /: Is a directory\n");
 }
 
+TEST_F(CommandLine, AWaitThatIsInterruptedHasNotSeenItsEvent) {
+  auto wait = subscribed({"wait", "topic0=Never"});
+  wait->signal(SIGINT);
+  EXPECT_EQ(wait->wait(), 130);
+  auto monitor = subscribed({"monitor", "topic0=Never"});
+  monitor->signal(SIGINT);
+  EXPECT_EQ(monitor->wait(), 0);
+}
+
 TEST_F(CommandLine, NoSwitchIsOneClearLine) {
   switch_.end(SIGTERM);
   for (const char *command : {"list", "tree", "types", "monitor"}) {
