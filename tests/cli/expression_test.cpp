@@ -160,6 +160,18 @@ TEST(Expression, TooManyCombinationsAreRefused) {
   EXPECT_NE(mistake(std::string(300, '(') + "a").what.find("nested too deeply"), std::string::npos);
 }
 
+TEST(Expression, GroupsBesideEachOtherAreNotNested) {
+  std::string text = "(a=1)";
+  for (int count = 0; count < 300; ++count)
+    text += " | (a=1)";
+  EXPECT_EQ(form(text), form("a=1"));
+}
+
+TEST(Expression, AKeyMayBeNamedNot) {
+  for (const char *text : {"not", "(not)", "not | not"})
+    EXPECT_EQ(form(text), form("\"not\"")) << text;
+}
+
 TEST(Expression, WrittenBackItReadsTheSame) {
   for (const char *text :
        {"a=1", "!a", "*!=\"\"", "\"odd key\"!='x'", "tns1:a=1 & b | c=\"a\\\"b\"", "a=\"*\""}) {

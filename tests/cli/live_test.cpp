@@ -1,5 +1,6 @@
 // The program on a bus of the test's own, with the real switch.
 #include "commandline.hpp"
+#include "fakeswitch.hpp"
 
 #include <csignal>
 #include <sstream>
@@ -211,6 +212,32 @@ TEST_F(CommandLine, AWaitThatIsInterruptedHasNotSeenItsEvent) {
   auto monitor = subscribed({"monitor", "topic0=Never"});
   monitor->signal(SIGINT);
   EXPECT_EQ(monitor->wait(), 0);
+}
+
+TEST_F(CommandLine, OutputThatCannotBeWrittenIsAFailure) {
+  for (const std::string command : {"status", "--help"}) {
+    ChildProcess full{{"bash", "-c", "'" VARRO2 "' " + command + " >/dev/full"}};
+    full.close_input();
+    EXPECT_EQ(full.wait(), 1) << command;
+    EXPECT_EQ(full.errors(), "varro2: standard output: No space left on device\n") << command;
+  }
+}
+
+TEST(Numbers, ThatMakeNoSenseAreUsage) {
+  for (const char *argument : {"--timeout=-1", "--timeout=x", "--count=0", "--count=-1"}) {
+    const Result result = varro2({"monitor", argument});
+    EXPECT_EQ(result.code, 2) << argument;
+    EXPECT_EQ(result.output, "") << argument;
+  }
+}
+
+TEST(CommandLineAmongStrangers, AListThatIsNoneIsAFailure) {
+  const PrivateBus bus;
+  FakeSwitch stranger;
+  stranger.answer_bytes("GetAllDeclarations", {1, 0, 0, 0});
+  stranger.come();
+  const Result result = varro2({"list"});
+  EXPECT_EQ(result.code, 1) << result.errors;
 }
 
 TEST_F(CommandLine, NoSwitchIsOneClearLine) {
