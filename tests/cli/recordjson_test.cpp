@@ -1,0 +1,39 @@
+// Events as JSON, to and fro.
+#include "failure.hpp"
+#include "recordjson.hpp"
+
+#include <varro2/varro2.h>
+
+#include <gtest/gtest.h>
+
+namespace varro2::cli {
+namespace {
+
+TEST(RecordJson, ATimeBefore1970CountsItsFractionUpwards) {
+  EXPECT_EQ(iso_time(-500'000), "1969-12-31T23:59:59.500000Z");
+  EXPECT_EQ(iso_time(-1'000'000), "1969-12-31T23:59:59.000000Z");
+}
+
+TEST(RecordJson, ANumberHasTheDigitsThatItWasGiven) {
+  const OwnedJson json{json_pack("{sf}", "level", 0.1)};
+  EXPECT_EQ(dump(json.get()), R"({"level":0.1})");
+}
+
+TEST(RecordJson, KeepsATypeThatTheValueDoesNotShow) {
+  Record record;
+  Pair pair;
+  pair.key = "count";
+  pair.type = VALUE_TYPE_INT;
+  pair.value = "many";
+  record.pairs.push_back(pair);
+  EXPECT_NE(dump(to_json(record).get()).find(R"("types":{"count":"int"})"), std::string::npos);
+}
+
+TEST(RecordJson, RefusesAValueWithAZeroByte) {
+  const OwnedJson json{json_pack("{ss#}", "text", "a\0b", 3)};
+  ASSERT_TRUE(json);
+  EXPECT_THROW(from_json(json.get()), Failure);
+}
+
+} // namespace
+} // namespace varro2::cli
