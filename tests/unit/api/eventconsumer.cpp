@@ -300,8 +300,9 @@ TEST_F(Consumers, LooksUpWhileSubscriptionsComeAndGo) {
   }};
   for (int i = 0; i < 500 || looked.load(relaxed) < 500; ++i) {
     const guint32 token = event_consumer_subscribe(consumer, asked.get(), drop_event, NULL);
-    if (i % 2 != 0)
+    if (i % 2 != 0) {
       EXPECT_TRUE(event_consumer_unsubscribe(consumer, token, NULL));
+    }
     iterate_pending();
   }
   enough = true;

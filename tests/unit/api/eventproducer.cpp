@@ -414,8 +414,9 @@ TEST_F(Producers, LooksUpWhileDeclarationsComeAndGo) {
   }};
   for (int i = 0; i < 500 || prepared.load(relaxed) < 500 || filled.load(relaxed) < 500; ++i) {
     const guint32 id = event_producer_declare(producer, text_declaration().get());
-    if (i % 2 != 0)
+    if (i % 2 != 0) {
       EXPECT_TRUE(event_producer_undeclare(producer, id));
+    }
     iterate_pending();
   }
   enough = true;
