@@ -173,7 +173,15 @@ TEST_F(CommandLine, TypesComeAndGo) {
   EXPECT_EQ(varro2({"describe", "#1"}).output.find("tns1:T\n  declaration type #1\n"), 0u);
   EXPECT_EQ(varro2({"tree", "--types"}).code, 0);
   EXPECT_EQ(varro2({"remove-type", "test-of-the-command-line"}).code, 0);
-  EXPECT_EQ(varro2({"remove-type", "test-of-the-command-line"}).code, 1);
+  const Result gone = varro2({"remove-type", "test-of-the-command-line"});
+  EXPECT_EQ(gone.code, 1);
+  EXPECT_EQ(gone.errors,
+            "varro2: there is no type 'test-of-the-command-line' that could be removed\n");
+  const std::string other = write_file(
+      "other.xml", "<subscribe><expression><keyvalue key='a' value='1'/></expression></subscribe>");
+  const Result refused = varro2({"add-type", "test-of-the-command-line", other});
+  EXPECT_EQ(refused.code, 1);
+  EXPECT_EQ(refused.errors, "varro2: " + other + ": is no declaration but an expression\n");
 }
 
 TEST_F(CommandLine, MistakesInEventsAreTold) {

@@ -29,6 +29,16 @@ TEST(RecordJson, KeepsATypeThatTheValueDoesNotShow) {
   EXPECT_NE(dump(to_json(record).get()).find(R"("types":{"count":"int"})"), std::string::npos);
 }
 
+TEST(RecordJson, ATruthValueThatIsNoneStaysAText) {
+  Record record;
+  Pair pair;
+  pair.key = "up";
+  pair.type = VALUE_TYPE_BOOL;
+  pair.value = "2";
+  record.pairs.push_back(pair);
+  EXPECT_NE(dump(to_json(record).get()).find(R"("up":"2")"), std::string::npos);
+}
+
 TEST(RecordJson, RefusesAValueWithAZeroByte) {
   const OwnedJson json{json_pack("{ss#}", "text", "a\0b", 3)};
   ASSERT_TRUE(json);

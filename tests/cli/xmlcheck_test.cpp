@@ -95,6 +95,11 @@ TEST(XmlCheck, PairsThatTheLibraryRefuses) {
   EXPECT_EQ(
       report("<property>\n<expression>\n<keyvalue key='a' value='1'/></expression></property>"),
       Lines{"1:error exactly one key must have the tag property-state, and 0 have it"});
+  EXPECT_EQ(report("<property><expression>\n"
+                   "<keyvalue key='a' value='1'><tag tag='property-state'/></keyvalue>\n"
+                   "<keyvalue key='b' value='1'><tag tag='property-state'/></keyvalue>"
+                   "</expression></property>"),
+            Lines{"3:error exactly one key must have the tag property-state, and 2 have it"});
 }
 
 TEST(XmlCheck, WhatWasProbablyNotMeant) {
