@@ -44,8 +44,10 @@ TEST_F(SwitchLimits, DeclarationsAreCountedForAllConnectionsOfAUser) {
                      complaint("declarations allowed (3): refused Declare of ", second)),
             1u);
 
-  // The same declaration once more takes no more room; one that has gone leaves its own.
+  // The same declaration once more takes no more room, nor does another in its place; one that has
+  // gone leaves its own.
   EXPECT_EQ(second.declare(declaration("c", 1)).error_name, "");
+  EXPECT_EQ(second.declare(declaration("e", 1)).error_name, "");
   ASSERT_TRUE(first.wait_for("DeclarationComplete", 2));
   EXPECT_EQ(first.undeclare(first.calls("GlobalDeclareId")[0].number(1)).error_name, "");
   EXPECT_EQ(second.declare(declaration("d", 2)).error_name, "");
