@@ -252,13 +252,14 @@ TEST_F(SwitchTest, DisconnectEndsOneObjectOfAConnection) {
   SwitchClient consumer;
   consumer.subscribe(1, expression("a"));
   consumer.subscribe(2, expression("a"), "/other");
+  consumer.subscribe(3, expression("a"), "/other");
   producer.settle();
   producer.forget_calls();
   consumer.forget_calls();
 
   EXPECT_EQ(consumer.consumer("Disconnect", g_variant_new("(s)", "/other")).error_name, "");
   producer.settle();
-  EXPECT_EQ(producer.members(), (Members{"Unsubscribe", "Unsubscribe"}));
+  EXPECT_EQ(producer.members(), (Members{4, "Unsubscribe"}));
   producer.forget_calls();
 
   EXPECT_EQ(producer.producer("Disconnect", g_variant_new("(s)", producer_path)).error_name, "");
@@ -296,6 +297,21 @@ TEST_F(SwitchTest, ClientThatVanishesIsTakenBack) {
   EXPECT_EQ(numbers(producer.calls()[0], 2), (Numbers{1, 1}));
   EXPECT_EQ(consumer.members(), Members{"Notification"});
   EXPECT_TRUE(notification_is_type_deleted(read_notification(consumer.calls()[0].bytes(0)).get()));
+}
+
+TEST_F(SwitchTest, ClientThatVanishesTakesAllItsObjectsAlong) {
+  auto leaving = std::make_unique<SwitchClient>();
+  SwitchClient consumer;
+  consumer.subscribe(1, expression("a"));
+  leaving->declare(declaration("a", 1));
+  leaving->declare(declaration("a", 1), "/other");
+  consumer.settle();
+  consumer.forget_calls();
+  leaving.reset();
+
+  ASSERT_TRUE(consumer.wait_for("Notification", 2));
+  for (const auto &call : consumer.calls())
+    EXPECT_TRUE(notification_is_type_deleted(read_notification(call.bytes(0)).get()));
 }
 
 TEST_F(SwitchTest, ForgedSignalTakesNobodyAway) {

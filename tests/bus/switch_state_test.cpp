@@ -1,6 +1,8 @@
 // Property states, queries, types and the switch's own life.
 #include "switch_fixture.hpp"
 
+#include <unistd.h>
+
 #include <atomic>
 #include <csignal>
 #include <fstream>
@@ -362,6 +364,22 @@ TEST_F(SwitchTest, QuitIsAnsweredOnceAndEndsIt) {
   EXPECT_EQ(event_switch_->process()->wait(), 0);
   EXPECT_FALSE(event_switch_->owned());
   EXPECT_EQ(monitor.errors_until_the_switch_left(), std::vector<std::string>{});
+}
+
+TEST_F(SwitchTest, AStrangerCannotEndIt) {
+  if (geteuid() != 0)
+    GTEST_SKIP() << "only root can be somebody else as well";
+  std::filesystem::permissions(bus_.folder(), std::filesystem::perms{0711}); // holds the socket
+  const std::string nobody = "65534";
+  ChildProcess stranger{{"setpriv", "--reuid=" + nobody, "--regid=" + nobody, "--clear-groups",
+                         "dbus-send", "--bus=" + bus_.address(), "--print-reply",
+                         "--dest=" + std::string{switch_name}, switch_path,
+                         "com.quor.Event.Switch.Quit"}};
+  EXPECT_EQ(stranger.wait(), 1);
+  EXPECT_TRUE(stranger.errors().starts_with("Error org.freedesktop.DBus.Error.AccessDenied: "))
+      << stranger.errors();
+  SwitchClient client;
+  EXPECT_EQ(client.declare(declaration("a", 1)).error_name, "");
 }
 
 TEST_F(SwitchTest, EndsCleanlyOnASignal) {
