@@ -70,6 +70,33 @@ TEST(SwitchService, TellsTheServiceManagerHowItIs) {
   EXPECT_EQ(event_switch.process()->wait(), 0);
 }
 
+TEST(SwitchArguments, WhatMakesNoSenseIsRefused) {
+  const std::string limit = "varro2-switchd: a limit is 0 or more\n";
+  const std::pair<std::string, std::string> mistakes[] = {
+      {"nonsense", "varro2-switchd: 'nonsense' is not understood\n"},
+      {"--property-state-timeout=0", "varro2-switchd: --property-state-timeout is from 1 to 55\n"},
+      {"--property-state-timeout=56", "varro2-switchd: --property-state-timeout is from 1 to 55\n"},
+      {"--max-declarations=-1", limit},
+      {"--max-subscriptions=-1", limit},
+      {"--max-bytes=-1", limit},
+      {"--max-calls=-1", limit},
+      {"--max-names=-1", limit}};
+  for (const auto &[argument, told] : mistakes) {
+    ChildProcess event_switch{{VARRO2_SWITCHD, argument}};
+    EXPECT_EQ(event_switch.wait(), 1) << argument;
+    EXPECT_EQ(event_switch.errors(), told);
+    EXPECT_EQ(event_switch.output(), "");
+  }
+}
+
+TEST_F(SwitchTest, ABusThatGoesIsAFailure) {
+  bus_.stop();
+  EXPECT_EQ(event_switch_->process()->wait(), 1);
+  EXPECT_NE(event_switch_->process()->errors().find("The connection to the message bus ended"),
+            std::string::npos)
+      << event_switch_->process()->errors();
+}
+
 TEST_F(SwitchTest, ReadsTheTypesAgainAtAHangup) {
   std::filesystem::create_directories(own_types());
   event_switch_->signal(SIGHUP);

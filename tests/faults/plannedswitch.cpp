@@ -5,6 +5,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -47,6 +48,7 @@ void SharedPlan::fail(int call, int error_number) {
   plan_->failing_call = call;
   plan_->error_number = error_number;
   plan_->file_calls = 0;
+  std::ranges::fill(plan_->names, '\0');
 }
 
 PlannedSwitch::PlannedSwitch()

@@ -74,6 +74,24 @@ TEST_F(TypesOnABadDisk, AddedTypeIsThereWholeOrNotAtAll) {
   EXPECT_GT(failures, 3); // to open, to write, to sync, to put in place
 }
 
+// The bytes are on the disk before they have their name, and the name is before the answer.
+TEST_F(TypesOnABadDisk, WhatIsAnsweredOutlivesAPowerCut) {
+  ASSERT_EQ(add("Kept").error_name, "");
+  plan_.fail(0, 0);
+  ASSERT_EQ(add("Another").error_name, "");
+  const std::string calls = plan_->names;
+  const std::size_t written = calls.rfind('w');
+  const std::size_t synced = calls.find('s', written);
+  const std::size_t named = calls.find('R');
+  ASSERT_NE(written, std::string::npos) << calls;
+  EXPECT_LT(synced, named) << calls;
+  EXPECT_NE(calls.find('s', named), std::string::npos) << calls;
+  plan_.fail(0, 0);
+  ASSERT_EQ(remove("Another").error_name, "");
+  const std::string removing = plan_->names;
+  EXPECT_NE(removing.find('s', removing.find('u')), std::string::npos) << removing;
+}
+
 TEST_F(TypesOnABadDisk, RefusedRemovalSaysSoAndCanBeRepeated) {
   int failures = 0;
   for (int call = 1;; ++call) {

@@ -36,8 +36,13 @@ __attribute__((constructor)) void find_plan() {
 }
 
 // Whether this call is the one; errno is set then.
-bool fails() {
-  if (!plan || ++plan->file_calls != plan->failing_call)
+bool fails(char name) {
+  if (!plan)
+    return false;
+  const int call = ++plan->file_calls;
+  if (static_cast<std::size_t>(call) < sizeof plan->names)
+    plan->names[call - 1] = name;
+  if (call != plan->failing_call)
     return false;
   errno = plan->error_number;
   return true;
@@ -63,47 +68,47 @@ int open(const char *path, int flags, ...) {
   const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) ? va_arg(arguments, mode_t) : 0;
   va_end(arguments);
   static const auto real = next(&open, "open");
-  return fails() ? -1 : real(path, flags, mode);
+  return fails('o') ? -1 : real(path, flags, mode);
 }
 
 int mkdir(const char *path, mode_t mode) noexcept {
   static const auto real = next(&mkdir, "mkdir");
-  return fails() ? -1 : real(path, mode);
+  return fails('m') ? -1 : real(path, mode);
 }
 
 FILE *fopen(const char *path, const char *mode) {
   static const auto real = next(&fopen, "fopen");
-  return fails() ? nullptr : real(path, mode);
+  return fails('F') ? nullptr : real(path, mode);
 }
 
 ssize_t read(int descriptor, void *data, size_t size) {
   static const auto real = next(&read, "read");
-  return is_file(descriptor) && fails() ? -1 : real(descriptor, data, size);
+  return is_file(descriptor) && fails('r') ? -1 : real(descriptor, data, size);
 }
 
 ssize_t write(int descriptor, const void *data, size_t size) {
   static const auto real = next(&write, "write");
-  return is_file(descriptor) && fails() ? -1 : real(descriptor, data, size);
+  return is_file(descriptor) && fails('w') ? -1 : real(descriptor, data, size);
 }
 
 int fsync(int descriptor) {
   static const auto real = next(&fsync, "fsync");
-  return fails() ? -1 : real(descriptor);
+  return fails('s') ? -1 : real(descriptor);
 }
 
 int fchmod(int descriptor, mode_t mode) noexcept {
   static const auto real = next(&fchmod, "fchmod");
-  return fails() ? -1 : real(descriptor, mode);
+  return fails('c') ? -1 : real(descriptor, mode);
 }
 
 int rename(const char *from, const char *to) noexcept {
   static const auto real = next(&rename, "rename");
-  return fails() ? -1 : real(from, to);
+  return fails('R') ? -1 : real(from, to);
 }
 
 int unlink(const char *path) noexcept {
   static const auto real = next(&unlink, "unlink");
-  return fails() ? -1 : real(path);
+  return fails('u') ? -1 : real(path);
 }
 
 int clock_gettime(clockid_t clock, struct timespec *now) noexcept {
