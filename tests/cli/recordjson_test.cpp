@@ -9,6 +9,16 @@
 namespace varro2::cli {
 namespace {
 
+Record record_of(const char *key, std::uint32_t type, const char *value) {
+  Pair pair;
+  pair.key = key;
+  pair.type = type;
+  pair.value = value;
+  Record record;
+  record.pairs.push_back(pair);
+  return record;
+}
+
 TEST(RecordJson, ATimeBefore1970CountsItsFractionUpwards) {
   EXPECT_EQ(iso_time(-500'000), "1969-12-31T23:59:59.500000Z");
   EXPECT_EQ(iso_time(-1'000'000), "1969-12-31T23:59:59.000000Z");
@@ -20,23 +30,14 @@ TEST(RecordJson, ANumberHasTheDigitsThatItWasGiven) {
 }
 
 TEST(RecordJson, KeepsATypeThatTheValueDoesNotShow) {
-  Record record;
-  Pair pair;
-  pair.key = "count";
-  pair.type = VALUE_TYPE_INT;
-  pair.value = "many";
-  record.pairs.push_back(pair);
-  EXPECT_NE(dump(to_json(record).get()).find(R"("types":{"count":"int"})"), std::string::npos);
+  EXPECT_NE(dump(to_json(record_of("count", VALUE_TYPE_INT, "many")).get())
+                .find(R"("types":{"count":"int"})"),
+            std::string::npos);
 }
 
 TEST(RecordJson, ATruthValueThatIsNoneStaysAText) {
-  Record record;
-  Pair pair;
-  pair.key = "up";
-  pair.type = VALUE_TYPE_BOOL;
-  pair.value = "2";
-  record.pairs.push_back(pair);
-  EXPECT_NE(dump(to_json(record).get()).find(R"("up":"2")"), std::string::npos);
+  EXPECT_NE(dump(to_json(record_of("up", VALUE_TYPE_BOOL, "2")).get()).find(R"("up":"2")"),
+            std::string::npos);
 }
 
 TEST(RecordJson, RefusesAValueWithAZeroByte) {
