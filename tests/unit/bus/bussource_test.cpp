@@ -117,8 +117,10 @@ TEST_P(BusSource, LeavesALoopInsideAHandlerItsSleep) {
           return G_SOURCE_REMOVE;
         },
         &is_over);
-    for (; !is_over; ++rounds)
+    while (!is_over) {
+      ++rounds;
       g_main_context_iteration(nullptr, TRUE);
+    }
   };
   ends_.answer_far(0);
   ends_.answer_far(0);
