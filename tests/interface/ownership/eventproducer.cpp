@@ -157,9 +157,9 @@ ROW(event_producer_int_convert_to_string_list, given<event_producer_int_free_reg
     NULLS(neutral), triple(of))
 ROW(event_producer_int_free_register_list, nothing, NULLS(accepted), register_list(of))
 
-GList *call_parse(int, ...) noexcept {
+GList *call_parse(int before, ...) noexcept {
   va_list arguments;
-  va_start(arguments, 0);
+  va_start(arguments, before);
   GList *list = event_producer_int_parse_register_valist(arguments);
   va_end(arguments);
   return list;

@@ -5,7 +5,6 @@
 #include "privatebus.hpp"
 
 #include <cstdlib>
-#include <ranges>
 
 namespace varro2::test {
 namespace {
@@ -63,8 +62,8 @@ void free_and_wait(Handle *handle) {
 Objects::~Objects() {
   for (const Gift &gift : gifts_)
     gift.release();
-  for (const auto &release : releases_ | std::views::reverse)
-    release();
+  for (auto release = releases_.rbegin(); release != releases_.rend(); ++release)
+    (*release)();
   g_clear_error(&error_slot);
   settle();
 }
