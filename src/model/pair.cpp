@@ -91,7 +91,7 @@ bool set_fields(PairFields &fields, std::string_view key, bool has_key, gboolean
                 std::string_view value, gboolean value_wildcard, gboolean negated) {
   if (key_wildcard == TRUE && value_wildcard == TRUE)
     return false;
-  const std::string_view empty{no_text, 0};
+  const std::string_view empty{no_text};
   if (key_wildcard == TRUE) {
     key = empty;
   } else {

@@ -18,7 +18,7 @@ DateTimeRef read_timestamp(Reader &reader) {
   const guint32 microseconds = reader.u32();
   if (microseconds == no_timestamp)
     return {};
-  gint64 seconds;
+  gint64 seconds = 0;
   std::memcpy(&seconds, reader.blob(sizeof seconds), sizeof seconds);
   if (!is_calendar_time(seconds))
     return {};
