@@ -32,6 +32,8 @@ bool connect_object(BusObject &object, gpointer instance, const ServedInterface 
   if (!connection)
     return false;
   int r = connection->serve(object.path.c_str(), served.interface, served.vtable, instance);
+  if (r >= 0 && served.filter != nullptr)
+    r = connection->filter(served.filter, instance);
   if (r < 0)
     return fail(error, r, served.register_failure, served.explain);
   r = connection->watch_switch(served.online, served.offline, instance);

@@ -29,6 +29,7 @@ struct BusObject {
 struct ServedInterface {
   const char *interface;
   const sd_bus_vtable *vtable;
+  sd_bus_message_handler_t filter; // for what comes often; may be null
   BusWatcherCallback online;
   BusWatcherCallback offline;
   const char *register_failure;

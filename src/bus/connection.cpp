@@ -1,7 +1,7 @@
 #include "connection.hpp"
 
 #include "buserrors.hpp"
-#include "bussource.hpp"
+#include "connectionsource.hpp"
 
 namespace varro2 {
 
@@ -20,6 +20,16 @@ constexpr SendLimits switch_limits{.unanswered_per_receiver = 24,
                                    .unanswered = 28,
                                    .queued_bytes = 64 * 1024 * 1024,
                                    .outlives_receiver = true};
+
+// Nobody else gets at the loop object: the main loop need not go through it.
+SourceRef source_for(sd_bus *bus, GSource *through_loop) {
+  auto source = SourceRef::adopt(connection_source_new(bus));
+  if (!source)
+    return SourceRef::share(through_loop);
+  g_source_attach(source.get(), nullptr);
+  g_source_destroy(through_loop);
+  return source;
+}
 
 gint64 now_in_milliseconds() {
   return g_get_monotonic_time() / 1000;
@@ -74,12 +84,11 @@ std::unique_ptr<Connection> Connection::open(GError **error) {
     sd_bus_close_unref(bus);
     return nullptr;
   }
-  bus_source_set_sole(source);
-  return std::unique_ptr<Connection>{new Connection{bus, source}};
+  return std::unique_ptr<Connection>{new Connection{bus, source_for(bus, source)}};
 }
 
-Connection::Connection(sd_bus *bus, GSource *source)
-    : bus_{bus}, source_{SourceRef::share(source)}, window_{std::in_place, bus, event_limits},
+Connection::Connection(sd_bus *bus, SourceRef source)
+    : bus_{bus}, source_{std::move(source)}, window_{std::in_place, bus, event_limits},
       switch_window_{std::in_place, bus, switch_limits} {
   window_->set_idle_handler([this] { note_settled(); });
 }
@@ -94,6 +103,7 @@ Connection::~Connection() {
 
 void Connection::silence() {
   served_.reset();
+  filter_.reset();
   attended_.reset();
   watcher_ = {};
   window_->set_unattended();
@@ -112,6 +122,10 @@ void Connection::retire(std::unique_ptr<Connection> connection) {
 int Connection::serve(const char *path, const char *interface, const sd_bus_vtable *vtable,
                       void *object) {
   return sd_bus_add_object_vtable(bus_, served_.out(), path, interface, vtable, object);
+}
+
+int Connection::filter(sd_bus_message_handler_t handler, void *object) {
+  return sd_bus_add_filter(bus_, filter_.out(), handler, object);
 }
 
 int Connection::watch_switch(BusWatcherCallback online, BusWatcherCallback offline,

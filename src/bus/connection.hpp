@@ -37,6 +37,9 @@ class Connection {
   // Serves an object until the connection is retired. Negative: an errno.
   int serve(const char *path, const char *interface, const sd_bus_vtable *vtable, void *object);
 
+  // Has the handler see every message first, as long. Negative: an errno.
+  int filter(sd_bus_message_handler_t handler, void *object);
+
   // Has the handlers called when the switch comes and goes. Negative: an errno.
   int watch_switch(BusWatcherCallback online, BusWatcherCallback offline, gpointer object);
 
@@ -53,7 +56,7 @@ class Connection {
  private:
   class Farewell;
 
-  Connection(sd_bus *bus, GSource *source);
+  Connection(sd_bus *bus, SourceRef source);
   void silence();
   void send_to_switch(WindowCall call);
   void note_settled();
@@ -67,6 +70,7 @@ class Connection {
   SourceRef source_;
   BusWatcher watcher_{};
   SlotRef served_;
+  SlotRef filter_;
   std::optional<SendWindow> window_;
   std::optional<SendWindow> switch_window_;
   std::string switch_receiver_{switch_address.service}; // each switch has a queue of its own

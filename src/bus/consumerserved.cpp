@@ -72,6 +72,15 @@ int consumer_get_name_bus(sd_bus *, const char *, const char *, const char *, sd
 
 } // namespace
 
+int varro2::consumer_filter_bus(sd_bus_message *m, void *self, sd_bus_error *error) noexcept {
+  if (sd_bus_message_is_method_call(m, consumer_interface, "Event") <= 0 ||
+      sd_bus_message_has_signature(m, "ayu") <= 0 ||
+      ConsumerClass::state_of(static_cast<Consumer *>(self)).path != sd_bus_message_get_path(m))
+    return 0;
+  const int r = consumer_receive_event_bus(m, self, error);
+  return r < 0 ? r : 1; // done with, also when nobody wanted an answer
+}
+
 const sd_bus_vtable varro2::consumer_vtable[] = {
     SD_BUS_VTABLE_START(0),
     SD_BUS_METHOD("Event", "ayu", nullptr, consumer_receive_event_bus, SD_BUS_VTABLE_UNPRIVILEGED),

@@ -21,6 +21,7 @@ void consumer_offline_handler(gpointer user_data) noexcept {
 constexpr ServedInterface served_consumer_object{
     .interface = consumer_interface,
     .vtable = consumer_vtable,
+    .filter = consumer_filter_bus,
     .online = consumer_online_handler,
     .offline = consumer_offline_handler,
     .register_failure = "Failed to register consumer server",

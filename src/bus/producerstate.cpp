@@ -27,6 +27,7 @@ void producer_offline_handler(gpointer user_data) noexcept {
 constexpr ServedInterface served_producer_object{
     .interface = producer_interface,
     .vtable = producer_vtable,
+    .filter = nullptr,
     .online = producer_online_handler,
     .offline = producer_offline_handler,
     .register_failure = "Failed to register producer server",

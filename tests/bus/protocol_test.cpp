@@ -126,6 +126,37 @@ TEST_F(Protocol, ConsumerTakesEventsAndNotificationsFromForeignPeers) {
   EXPECT_STREQ(notification_get_value(notification, "topic0"), "Greeting");
 }
 
+// One that nobody wants an answer to counts once as well; what is not an event of this object is
+// not delivered.
+TEST_F(Protocol, EventsAreDeliveredOnceAndOnlyWhereTheyAreAddressed) {
+  switch_.come();
+  FakeProducer peer;
+  ConsumerHandle consumer{"listener"};
+  Inbox inbox;
+  const guint32 token = event_consumer_subscribe(consumer.get(), wants("topic0", "Greeting").get(),
+                                                 Inbox::on_event, &inbox);
+  ASSERT_TRUE(switch_.wait_for("Subscribe"));
+  const Call call = switch_.calls("Subscribe").front();
+  const auto event = [token] {
+    return FakeProducer::event_arguments(wire::stamped_event({}, greeting_pairs("hi", 1)), token);
+  };
+  peer.post(call.sender, call.text(0), "com.quor.Event.Consumer", "Event", event());
+  peer.fence(call.sender);
+  EXPECT_EQ(inbox.events.size(), 1U);
+  const auto error_of = [&](const std::string &path, const char *interface, const char *member,
+                            GVariant *arguments) {
+    return peer.call(call.sender, path, interface, member, arguments).error_name;
+  };
+  EXPECT_EQ(error_of("/com/quor/Event/Consumer/0x1", "com.quor.Event.Consumer", "Event", event()),
+            "org.freedesktop.DBus.Error.UnknownObject");
+  EXPECT_EQ(error_of(call.text(0), "com.quor.Event.Producer", "Event", event()),
+            "org.freedesktop.DBus.Error.UnknownMethod");
+  EXPECT_EQ(error_of(call.text(0), "com.quor.Event.Consumer", "Event",
+                     g_variant_new("(su)", "bytes", token)),
+            "org.freedesktop.DBus.Error.InvalidArgs");
+  EXPECT_EQ(inbox.events.size(), 1U);
+}
+
 TEST_F(Protocol, UnknownTokensAreAnsweredAndDropped) {
   switch_.come();
   ConsumerHandle consumer{"listener"};

@@ -353,10 +353,13 @@ Answer FakeSwitch::notify(const Call &subscribe, const Bytes &notification, std:
               g_variant_new("(@ayu)", bytes_variant(notification).get(), token));
 }
 
+GVariant *FakeProducer::event_arguments(const Bytes &event, std::uint32_t token) {
+  return g_variant_new("(@ayu)", bytes_variant(event).get(), token);
+}
+
 Answer FakeProducer::send_event(const std::string &destination, const std::string &path,
                                 const Bytes &event, std::uint32_t token) {
-  return call(destination, path, "com.quor.Event.Consumer", "Event",
-              g_variant_new("(@ayu)", bytes_variant(event).get(), token));
+  return call(destination, path, "com.quor.Event.Consumer", "Event", event_arguments(event, token));
 }
 
 } // namespace varro2::test

@@ -164,6 +164,8 @@ class FakeConsumer : public ForeignPeer {
 // Sends events and serves a producer's object path by hand.
 class FakeProducer : public ForeignPeer {
  public:
+  // Floating.
+  static GVariant *event_arguments(const Bytes &event, std::uint32_t token);
   Answer send_event(const std::string &destination, const std::string &path, const Bytes &event,
                     std::uint32_t token);
 };

@@ -1,9 +1,11 @@
 // How a GLib main loop drives a connection. The far end is moved by the test.
 #include "bussource.hpp"
+#include "connectionsource.hpp"
 #include "directbus.hpp"
 #include "mainloop.hpp"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <ctime>
@@ -23,15 +25,14 @@ using LoopRef = Counted<sd_event, sd_event_ref, sd_event_unref>;
 constexpr guint64 long_time = 60'000'000;
 constexpr guint64 short_time = 20'000;
 
-// Whether the loop object is known to have nothing but the connection.
+// Whether the loop object has nothing but the connection, which is then polled itself.
 class BusSource : public ::testing::TestWithParam<bool> {
  protected:
   BusSource() {
     EXPECT_GE(sd_event_new(loop_.out()), 0);
     EXPECT_GE(sd_bus_attach_event(ends_.near(), loop_.get(), SD_EVENT_PRIORITY_NORMAL), 0);
-    source_ = SourceRef::adopt(bus_source_new(loop_.get(), ends_.near()));
-    if (GetParam())
-      bus_source_set_sole(source_.get());
+    source_ = SourceRef::adopt(GetParam() ? connection_source_new(ends_.near())
+                                          : bus_source_new(loop_.get(), ends_.near()));
     g_source_attach(source_.get(), nullptr);
   }
   ~BusSource() override {
@@ -102,30 +103,60 @@ TEST_P(BusSource, LetsOthersRunBetweenManyMessages) {
   EXPECT_LE(most, 64u);
 }
 
+// How often the main loop comes round within 50 ms.
+int rounds_of_the_loop() {
+  int rounds = 0;
+  bool is_over = false;
+  g_timeout_add(
+      50,
+      [](gpointer over) -> gboolean {
+        *static_cast<bool *>(over) = true;
+        return G_SOURCE_REMOVE;
+      },
+      &is_over);
+  while (!is_over) {
+    ++rounds;
+    g_main_context_iteration(nullptr, TRUE);
+  }
+  return rounds;
+}
+
 // What has arrived meanwhile is for the outer loop: it must not keep the inner one awake.
 TEST_P(BusSource, LeavesALoopInsideAHandlerItsSleep) {
   call(long_time);
   call(long_time);
   ASSERT_TRUE(arrive(2));
   int rounds = 0;
-  on_end_ = [&rounds] {
-    bool is_over = false;
-    g_timeout_add(
-        50,
-        [](gpointer over) -> gboolean {
-          *static_cast<bool *>(over) = true;
-          return G_SOURCE_REMOVE;
-        },
-        &is_over);
-    while (!is_over) {
-      ++rounds;
-      g_main_context_iteration(nullptr, TRUE);
-    }
-  };
+  on_end_ = [&rounds] { rounds = rounds_of_the_loop(); };
   ends_.answer_far(0);
   ends_.answer_far(0);
   EXPECT_TRUE(end(2, 0));
   EXPECT_LT(rounds, 100); // others have timers, too
+}
+
+TEST_P(BusSource, LeavesALoopInsideAHandlerItsSleepWhenTheOtherEndHangsUp) {
+  call(long_time);
+  call(long_time);
+  ASSERT_TRUE(arrive(2));
+  int rounds = 0;
+  on_end_ = [this, &rounds] {
+    ends_.hang_up_far();
+    rounds = rounds_of_the_loop();
+  };
+  ends_.answer_far(0);
+  EXPECT_TRUE(end(1, 1));
+  EXPECT_LT(rounds, 100); // others have timers, too
+}
+
+TEST_P(BusSource, ReadsOnAfterALoopInsideAHandler) {
+  call(long_time);
+  call(long_time);
+  ASSERT_TRUE(arrive(2));
+  on_end_ = [] { rounds_of_the_loop(); };
+  ends_.answer_far(0);
+  ASSERT_TRUE(end(1, 0));
+  ends_.answer_far(0);
+  EXPECT_TRUE(end(2, 0));
 }
 
 TEST_P(BusSource, EndsACallInTime) {
@@ -175,6 +206,15 @@ TEST_P(BusSource, EndsCallsWhenTheOtherEndHangsUp) {
   call(long_time);
   ASSERT_TRUE(arrive(1));
   ends_.hang_up_far();
+  EXPECT_TRUE(end(0, 1));
+}
+
+TEST_P(BusSource, EndsCallsWhenTheOtherEndWritesNonsense) {
+  call(long_time);
+  ASSERT_TRUE(arrive(1));
+  const std::string nonsense(64, 'x');
+  ASSERT_EQ(write(sd_bus_get_fd(ends_.far()), nonsense.data(), nonsense.size()),
+            static_cast<ssize_t>(nonsense.size()));
   EXPECT_TRUE(end(0, 1));
 }
 
