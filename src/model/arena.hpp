@@ -2,6 +2,8 @@
 // was lent stays where it is while more is added.
 #pragma once
 
+#include "keptblocks.hpp"
+
 #include <glib.h>
 
 #include <algorithm>
@@ -165,15 +167,15 @@ class Arena {
 // and its first member inherit.
 template <typename T>
 struct WithRoom {
-  static void *operator new(std::size_t size) { return ::operator new(size); }
+  static void *operator new(std::size_t size) { return take_block(size); }
   static void *operator new(std::size_t size, Room &room) {
-    auto *memory = static_cast<char *>(::operator new(size + Arena::memory_of_room(room.size)));
+    auto *memory = static_cast<char *>(take_block(size + Arena::memory_of_room(room.size)));
     room.at = memory + size;
     return memory;
   }
   static void *operator new(std::size_t, void *place) noexcept { return place; }
-  static void operator delete(void *memory) noexcept { ::operator delete(memory); }
-  static void operator delete(void *memory, Room &) noexcept { ::operator delete(memory); }
+  static void operator delete(void *memory) noexcept { give_back_block(memory); }
+  static void operator delete(void *memory, Room &) noexcept { give_back_block(memory); }
 };
 
 // A growing array inside an arena, which keeps its memory; so it can be copied as it is.

@@ -1,5 +1,7 @@
 #include "allocations.hpp"
 
+#include "keptblocks.hpp"
+
 #include <atomic>
 #include <malloc.h>
 
@@ -79,5 +81,6 @@ std::size_t varro2::test::allocation_count() {
 }
 
 std::size_t varro2::test::bytes_held() {
+  free_kept_blocks();
   return held;
 }

@@ -5,7 +5,8 @@
 
 namespace varro2::test {
 
-// How often this thread has allocated so far, and how many bytes the process holds now.
+// How often this thread has allocated so far, and how many bytes the process holds now: blocks that
+// this thread keeps for what it makes next are freed before.
 std::size_t allocation_count();
 std::size_t bytes_held();
 
