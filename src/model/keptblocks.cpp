@@ -15,6 +15,10 @@ namespace {
 constexpr std::size_t smallest = 1033;
 constexpr std::size_t largest = 4096;
 
+constexpr bool is_worth_keeping(std::size_t size) noexcept {
+  return blocks_are_kept && size >= smallest && size <= largest;
+}
+
 // A sender needs two blocks at a time. The others are for whoever handles events of several kinds.
 constexpr guint32 most = 4;
 
@@ -62,7 +66,7 @@ bool fits(const Kept &kept, std::size_t size) noexcept {
 } // namespace
 
 void *take_block(std::size_t size) {
-  if constexpr (blocks_are_kept) {
+  if (is_worth_keeping(size)) {
     Blocks &own = blocks;
     for (guint32 at = own.count; at-- > 0;)
       if (fits(own.kept[at], size)) {
@@ -76,7 +80,7 @@ void *take_block(std::size_t size) {
 
 void give_back_block(void *block) noexcept {
   const std::size_t size = blocks_are_kept ? malloc_usable_size(block) : 0;
-  if (size < smallest || size > largest || !(blocks.open || open())) {
+  if (!is_worth_keeping(size) || !(blocks.open || open())) {
     g_free(block);
     return;
   }
