@@ -20,7 +20,7 @@ Event *Event::read_new(const GByteArray &array, guint32 &indx) {
 
 void varro2::stamp_now_if_unset(Event &event) {
   if (!event.timestamp)
-    event.timestamp = DateTimeRef::adopt(g_date_time_new_now_utc());
+    event.timestamp = Timestamp::now();
 }
 
 /* ---- Life ---- */
@@ -120,7 +120,7 @@ gboolean event_is_complete(const Event *event) noexcept {
 void event_set_timestamp2(Event *event, GDateTime *timestamp) noexcept {
   VARRO2_EXPECT(event != NULL);
   VARRO2_EXPECT(timestamp != NULL);
-  event->timestamp = varro2::DateTimeRef::share(timestamp);
+  event->timestamp = varro2::Timestamp{timestamp};
 }
 
 GDateTime *event_get_timestamp2(const Event *event) noexcept {
@@ -195,7 +195,6 @@ Event *event_deserialize_internal(const GByteArray *array, guint32 *indx) noexce
 void event_print(const Event *event) noexcept {
   VARRO2_EXPECT(event != NULL);
   constexpr auto level = G_LOG_LEVEL_MESSAGE;
-  GDateTime *time = event->timestamp.get();
 
   g_log(nullptr, level, "---- Event ------------------------");
   if (event->property)
@@ -206,8 +205,8 @@ void event_print(const Event *event) noexcept {
   g_log(nullptr, level, "Local Declaration Id: %d", static_cast<gint>(event->local_id));
   g_log(nullptr, level, "Producer Id: %d", static_cast<gint>(event->producer_id));
   // The microseconds are a count, not decimals: they are not padded.
-  g_log(nullptr, level, "Timestamp: %" G_GINT64_FORMAT ".%d",
-        time ? g_date_time_to_unix(time) : gint64{0}, time ? g_date_time_get_microsecond(time) : 0);
+  g_log(nullptr, level, "Timestamp: %" G_GINT64_FORMAT ".%d", event->timestamp.seconds(),
+        event->timestamp.microsecond());
   inspectable_print(&event->inspectable);
   g_log(nullptr, level, "-----------------------------------");
 }

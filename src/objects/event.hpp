@@ -12,7 +12,7 @@
 struct Event final : varro2::WithRoom<Event> {
   Inspectable inspectable{IT_EVENT};
   varro2::UserData user_data{};
-  varro2::DateTimeRef timestamp{}; // UTC
+  varro2::Timestamp timestamp{};
   guint32 global_id = 0;
   guint32 local_id = 0;
   guint32 producer_id = 0;

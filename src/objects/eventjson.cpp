@@ -60,11 +60,8 @@ std::string topic_path(const Inspectable &keys, const JsonOptions &options) {
 }
 
 // Milliseconds since 1970, UTC; 0 for none.
-gint64 to_milliseconds(const varro2::DateTimeRef &time) {
-  GDateTime *timestamp = time.get();
-  if (!timestamp)
-    return 0;
-  return g_date_time_to_unix(timestamp) * 1000 + g_date_time_get_microsecond(timestamp) / 1000;
+gint64 to_milliseconds(const varro2::Timestamp &time) {
+  return time.seconds() * 1000 + time.microsecond() / 1000;
 }
 
 JsonRef bool_value(const char *text) {
@@ -130,7 +127,7 @@ char *tamlo_document(const Event &event, const JsonOptions &options) {
 
 // ---- ONVIF
 
-JsonRef utc_time(const varro2::DateTimeRef &time) {
+JsonRef utc_time(const varro2::Timestamp &time) {
   if (!time)
     return {};
   // The producer may have set a time of any zone.

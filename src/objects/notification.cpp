@@ -78,7 +78,7 @@ char *notification_get_user_data_string(const Notification *notification) noexce
 void notification_set_timestamp2(Notification *notification, GDateTime *timestamp) noexcept {
   VARRO2_EXPECT(notification != NULL);
   VARRO2_EXPECT(timestamp != NULL);
-  notification->timestamp = varro2::DateTimeRef::share(timestamp);
+  notification->timestamp = varro2::Timestamp{timestamp};
 }
 
 GDateTime *notification_get_timestamp2(const Notification *notification) noexcept {

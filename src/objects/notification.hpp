@@ -13,7 +13,7 @@
 
 struct Notification final {
   varro2::UserData user_data{};
-  varro2::DateTimeRef timestamp{}; // UTC
+  varro2::Timestamp timestamp{};
   guint32 subscription_id = 0;
   guint32 declaration_id = 0;
   guint32 type = NOTIFY_DECLARATION_ADDED;

@@ -6,49 +6,89 @@ namespace varro2 {
 
 namespace {
 
-// The years 1 to 9999. Not every way to make a GDateTime looks at it before it counts in
-// microseconds, and a time that passes 64 bits would come out as some other one.
+// The years 1 to 9999.
 bool is_calendar_time(gint64 unix_seconds) noexcept {
   return unix_seconds >= -62135596800 && unix_seconds <= 253402300799;
 }
 
+// The second in which a microsecond lies, also before 1970.
+gint64 second_of(gint64 microseconds) noexcept {
+  return microseconds / G_USEC_PER_SEC - (microseconds % G_USEC_PER_SEC < 0 ? 1 : 0);
+}
+
 } // namespace
 
-DateTimeRef read_timestamp(Reader &reader) {
+Timestamp::Timestamp(GDateTime *time)
+    : microseconds_{g_date_time_to_unix(time) * G_USEC_PER_SEC + g_date_time_get_microsecond(time)},
+      time_{g_date_time_ref(time)} {}
+
+Timestamp::Timestamp(const Timestamp &other) noexcept
+    : microseconds_{other.microseconds_}, time_{other.time_.load(std::memory_order_acquire)} {
+  if (GDateTime *time = time_.load(std::memory_order_relaxed))
+    g_date_time_ref(time);
+}
+
+Timestamp Timestamp::at(gint64 seconds, gint64 microseconds) noexcept {
+  if (!is_calendar_time(seconds))
+    return {};
+  // The microseconds may be more than a second, or less than none.
+  Timestamp timestamp;
+  gint64 sum = 0;
+  if (!__builtin_add_overflow(seconds * G_USEC_PER_SEC, microseconds, &sum) &&
+      is_calendar_time(second_of(sum)))
+    timestamp.microseconds_ = sum;
+  return timestamp;
+}
+
+gint64 Timestamp::seconds() const noexcept {
+  return *this ? second_of(microseconds_) : 0;
+}
+
+gint32 Timestamp::microsecond() const noexcept {
+  return *this ? static_cast<gint32>(microseconds_ - seconds() * G_USEC_PER_SEC) : 0;
+}
+
+GDateTime *Timestamp::get() const {
+  GDateTime *time = time_.load(std::memory_order_acquire);
+  if (time != nullptr || !*this)
+    return time;
+  auto made = DateTimeRef::adopt(make());
+  // Who comes second takes what the first has made.
+  return time_.compare_exchange_strong(time, made.get(), std::memory_order_acq_rel,
+                                       std::memory_order_acquire)
+             ? made.release()
+             : time;
+}
+
+GDateTime *Timestamp::make() const {
+  // In one step where it can be done.
+  if (std::in_range<glong>(seconds())) {
+    G_GNUC_BEGIN_IGNORE_DEPRECATIONS
+    const GTimeVal time = timestamp_to_timeval(*this);
+    return g_date_time_new_from_timeval_utc(&time);
+    G_GNUC_END_IGNORE_DEPRECATIONS
+  }
+  const auto second = DateTimeRef::adopt(g_date_time_new_from_unix_utc(seconds()));
+  return g_date_time_add(second.get(), microsecond());
+}
+
+Timestamp read_timestamp(Reader &reader) {
   const guint32 microseconds = reader.u32();
   if (microseconds == no_timestamp)
     return {};
   gint64 seconds = 0;
   std::memcpy(&seconds, reader.blob(sizeof seconds), sizeof seconds);
-  if (!is_calendar_time(seconds))
-    return {};
-
-  // In one step where it can be done: an object less for every event that is read.
-  if (microseconds < G_USEC_PER_SEC && std::in_range<glong>(seconds)) {
-    G_GNUC_BEGIN_IGNORE_DEPRECATIONS
-    const GTimeVal time{.tv_sec = static_cast<glong>(seconds),
-                        .tv_usec = static_cast<glong>(microseconds)};
-    return DateTimeRef::adopt(g_date_time_new_from_timeval_utc(&time));
-    G_GNUC_END_IGNORE_DEPRECATIONS
-  }
-  const auto timestamp = DateTimeRef::adopt(g_date_time_new_from_unix_utc(seconds));
-  return DateTimeRef::adopt(g_date_time_add(timestamp.get(), static_cast<gint32>(microseconds)));
+  return Timestamp::at(seconds, static_cast<gint32>(microseconds));
 }
 
 G_GNUC_BEGIN_IGNORE_DEPRECATIONS
 
-DateTimeRef timestamp_from_timeval(GTimeVal time) {
-  if (!is_calendar_time(time.tv_sec))
+GTimeVal timestamp_to_timeval(const Timestamp &timestamp) noexcept {
+  // Where a long has 32 bits it cannot count every time.
+  if (!std::in_range<glong>(timestamp.seconds()))
     return {};
-  return DateTimeRef::adopt(g_date_time_new_from_timeval_utc(&time));
-}
-
-GTimeVal timestamp_to_timeval(const DateTimeRef &timestamp) {
-  GTimeVal time{};
-  // GLib would let the seconds wrap where a long has 32 bits.
-  if (timestamp && std::in_range<glong>(g_date_time_to_unix(timestamp.get())))
-    g_date_time_to_timeval(timestamp.get(), &time);
-  return time;
+  return {.tv_sec = static_cast<glong>(timestamp.seconds()),
+          .tv_usec = static_cast<glong>(timestamp.microsecond())};
 }
 
 G_GNUC_END_IGNORE_DEPRECATIONS
