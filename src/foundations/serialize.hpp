@@ -6,6 +6,7 @@
 
 #include "owning.hpp"
 #include "preconditions.hpp"
+#include "shorttexts.hpp"
 
 #include <varro2/serialize.h>
 
@@ -51,7 +52,8 @@ class ArraySink {
   // Only the low 16 bits of the length are kept, before all the bytes.
   void text(std::string_view value) noexcept {
     u16(static_cast<guint32>(value.size()));
-    blob(value.data(), value.size());
+    copy_text(reinterpret_cast<char *>(at_), value.data(), value.size());
+    at_ += value.size();
   }
   void text(const char *string) noexcept {
     VARRO2_ASSERT_AS("serialize_string", "string != NULL", string != nullptr);
@@ -120,18 +122,56 @@ class Reader {
     require_size(length);
     return take(length);
   }
-  // Calls read(reader) with a reader that counts in a variable of its own, which can stay in a
-  // register over many fields, and moves on by what it read.
+  // For read_group(): true, or aborts.
+  bool text(std::string_view &value) noexcept {
+    value = text();
+    return true;
+  }
+  // Calls read(reader), which returns false where a text is not wholly there, for a group of fields
+  // that take so many bytes without those of the texts. Where all is there the reader looks at the
+  // end of the record for each text only. Else the group is read once more, by one that looks each
+  // time and says what is missing.
   template <typename Read>
-  void read_ahead(Read read) {
-    guint32 index = *index_;
-    Reader ahead{data_, length_, &index};
-    read(ahead);
-    *index_ = index;
+  void read_group(guint32 size_without_texts, Read read) {
+    if (const guint32 left = remaining(); left >= size_without_texts) [[likely]] {
+      Group group{data_ + *index_, left - size_without_texts};
+      if (read(group)) [[likely]] {
+        *index_ = static_cast<guint32>(group.position() - data_);
+        return;
+      }
+    }
+    read(*this);
   }
   guint32 remaining() const noexcept { return *index_ < length_ ? length_ - *index_ : 0; }
 
  private:
+  class Group {
+   public:
+    Group(const guint8 *at, guint32 left_for_texts) noexcept
+        : at_{at}, left_for_texts_{left_for_texts} {}
+    guint8 u8() noexcept { return *at_++; }
+    guint16 u16() noexcept {
+      guint16 value = 0;
+      std::memcpy(&value, at_, sizeof value);
+      at_ += sizeof value;
+      return value;
+    }
+    bool text(std::string_view &value) noexcept {
+      const guint16 length = u16();
+      if (length > left_for_texts_) [[unlikely]]
+        return false;
+      left_for_texts_ -= length;
+      value = {reinterpret_cast<const char *>(at_), length};
+      at_ += length;
+      return true;
+    }
+    const guint8 *position() const noexcept { return at_; }
+
+   private:
+    const guint8 *at_;
+    guint32 left_for_texts_;
+  };
+
   bool fits(guint32 size) const noexcept { return length_ >= guint64{*index_} + size; }
   void require_size(guint32 size) const noexcept {
     VARRO2_ASSERT_AS("deserialize_size", "array->len >= *indx + size", fits(size));

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "keptblocks.hpp"
+#include "shorttexts.hpp"
 
 #include <glib.h>
 
@@ -92,7 +93,7 @@ class Arena {
   char *text(std::string_view value, std::size_t capacity) {
     make_room(capacity);
     end_ -= capacity;
-    value.copy(end_, value.size());
+    copy_text(end_, value.data(), value.size());
     end_[value.size()] = '\0';
     return end_;
   }

@@ -57,10 +57,6 @@ AndList &Inspectable::add_and_list() {
   return and_lists_.push_back(arena_, AndList{});
 }
 
-Pair *Inspectable::store(const PairFields &fields) {
-  return new (arena_.allocate<Pair>()) Pair{fields, arena_};
-}
-
 void Inspectable::add(const PairFields &fields, const GList *tags) {
   VARRO2_ASSERT_AS("inspectable_add_key_value_internal", "and_list != NULL", !and_lists_.empty());
   AndList &and_list = and_lists_.back();

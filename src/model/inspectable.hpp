@@ -108,9 +108,12 @@ struct Inspectable final : varro2::WithRoom<Inspectable> {
   std::size_t storage_size() const noexcept;
   void copy_block(const Inspectable &source);
   void copy_pairs(varro2::AndList &to, const varro2::AndList &from);
-  varro2::Pair *store(const varro2::PairFields &fields);
+  varro2::Pair *store(const varro2::PairFields &fields) {
+    return new (arena_.allocate<varro2::Pair>()) varro2::Pair{fields, arena_};
+  }
   void redeclare(varro2::Bucket &bucket, const varro2::PairFields &fields);
   const varro2::Bucket *bucket_of(const char *key) const noexcept;
+  varro2::Pair *read_pair(varro2::Reader &reader, varro2::PairFields &fields);
   varro2::Bucket read_bucket(varro2::Reader &reader, varro2::PairFields &fields);
   void read_and_list(varro2::Reader &reader, guint16 still_to_come);
   void destroy_pairs() noexcept;

@@ -1,8 +1,6 @@
 // A container's record, which every event is written to and read from.
 #include "inspectable.hpp"
 
-#include <optional>
-
 using varro2::AndList;
 using varro2::Bucket;
 using varro2::Pair;
@@ -35,31 +33,37 @@ guint32 expected_and_lists(guint32 announced, guint32 remaining) noexcept {
 
 } // namespace
 
+Pair *Inspectable::read_pair(Reader &reader, PairFields &fields) {
+  varro2::read_pair_fields(reader, fields);
+  Pair *pair = store(fields);
+  GList *last_tag = nullptr;
+  for (guint16 tags = reader.u16(); tags > 0; --tags) {
+    const std::string_view tag = reader.text();
+    last_tag = pair->store_tag(last_tag, tag.data(), tag.size(), arena_);
+  }
+  look_for_strays(*pair);
+  return pair;
+}
+
 Bucket Inspectable::read_bucket(Reader &reader, PairFields &fields) {
-  const guint8 record = reader.u8();
-  const guint16 count = reader.u16();
+  guint8 record = 0;
+  guint16 count = 0;
+  reader.read_group(sizeof record + sizeof count, [&](auto &from) {
+    record = from.u8();
+    count = from.u16();
+    return true;
+  });
   VARRO2_ASSERT_AS("bucket_deserialize", "type == SERIALIZE_ID_BUCKET",
                    record == SERIALIZE_ID_BUCKET);
   VARRO2_ASSERT_AS("bucket_deserialize", "bucket->key_value_list != NULL", count != 0);
-  std::optional<Bucket> bucket;
-  for (guint16 read = 0; read < count; ++read) {
-    varro2::read_pair_fields(reader, fields);
-    Pair *pair = store(fields);
-    GList *last_tag = nullptr;
-    for (guint16 tags = reader.u16(); tags > 0; --tags) {
-      const std::string_view tag = reader.text();
-      last_tag = pair->store_tag(last_tag, tag.data(), tag.size(), arena_);
-    }
-    look_for_strays(*pair);
-    if (!bucket) {
-      bucket.emplace(pair);
-      continue;
-    }
+  Bucket bucket{read_pair(reader, fields)};
+  for (guint16 read = 1; read < count; ++read) {
+    Pair *pair = read_pair(reader, fields);
     VARRO2_ASSERT_AS("bucket_add_key_value", "bucket->key == key_value->key",
-                     bucket->key() == pair->key);
-    bucket->add(pair);
+                     bucket.key() == pair->key);
+    bucket.add(pair);
   }
-  return *bucket;
+  return bucket;
 }
 
 void Inspectable::read_and_list(Reader &reader, guint16 still_to_come) {

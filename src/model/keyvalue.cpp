@@ -34,29 +34,31 @@ char *copy_unless_empty(const char *text) {
 } // namespace
 
 void varro2::read_pair_fields(Reader &reader, PairFields &fields) {
-  static constexpr const char *function = "key_value_deserialize";
-  std::string_view key;
-  std::string_view value;
-  gboolean key_wildcard = FALSE;
-  gboolean value_wildcard = FALSE;
-  gboolean negated = FALSE;
-  reader.read_ahead([&](Reader &ahead) {
-    const guint8 record = ahead.u8();
-    VARRO2_ASSERT_AS(function, "type == SERIALIZE_ID_KEYVALUE", record == SERIALIZE_ID_KEYVALUE);
-    key = ahead.text();
-    key_wildcard = ahead.u8();
-    fields.texts[text_name_space] = ahead.text();
-    fields.texts[text_key_nice_name] = ahead.text();
-    value = ahead.text();
-    value_wildcard = ahead.u8();
-    fields.texts[text_value_nice_name] = ahead.text();
-    fields.texts[text_value_user_string] = ahead.text();
-    fields.texts[text_complex_type_name] = ahead.text();
-    negated = ahead.u8();
+  constexpr guint32 numbers = 5;
+  constexpr guint32 texts = 1 + text_count;
+  reader.read_group(numbers + texts * sizeof(guint16), [&fields](auto &from) {
+    const guint8 record = from.u8();
+    VARRO2_ASSERT_AS("key_value_deserialize", "type == SERIALIZE_ID_KEYVALUE",
+                     record == SERIALIZE_ID_KEYVALUE);
+    std::string_view key;
+    std::string_view value;
+    if (!from.text(key))
+      return false;
+    const gboolean key_wildcard = from.u8();
+    if (!from.text(fields.texts[text_name_space]) || !from.text(fields.texts[text_key_nice_name]) ||
+        !from.text(value))
+      return false;
+    const gboolean value_wildcard = from.u8();
+    if (!from.text(fields.texts[text_value_nice_name]) ||
+        !from.text(fields.texts[text_value_user_string]) ||
+        !from.text(fields.texts[text_complex_type_name]))
+      return false;
+    const gboolean negated = from.u8();
+    const bool made = set_fields(fields, key, true, key_wildcard, value, value_wildcard, negated);
+    VARRO2_ASSERT_AS("key_value_deserialize", "key_value != NULL", made);
+    fields.value_type = from.u8();
+    return true;
   });
-  const bool made = set_fields(fields, key, true, key_wildcard, value, value_wildcard, negated);
-  VARRO2_ASSERT_AS(function, "key_value != NULL", made);
-  fields.value_type = reader.u8();
 }
 
 KeyValue *key_value_new(const char *key, gboolean key_wildcard, const char *name_space,

@@ -1,7 +1,6 @@
 #include "pair.hpp"
 
 #include "preconditions.hpp"
-#include "quarks.hpp"
 
 #include <cstddef>
 #include <string>
@@ -87,8 +86,8 @@ PairFields PairFields::of(const KeyValue &pair) noexcept {
   return fields;
 }
 
-bool set_fields(PairFields &fields, std::string_view key, bool has_key, gboolean key_wildcard,
-                std::string_view value, gboolean value_wildcard, gboolean negated) {
+bool apply_wildcards(std::string_view &key, bool has_key, gboolean key_wildcard,
+                     std::string_view &value, gboolean value_wildcard) {
   if (key_wildcard == TRUE && value_wildcard == TRUE)
     return false;
   const std::string_view empty{no_text};
@@ -102,12 +101,6 @@ bool set_fields(PairFields &fields, std::string_view key, bool has_key, gboolean
   VARRO2_ASSERT_AS("key_value_new", "value != NULL", value.data() != nullptr);
   VARRO2_ASSERT_AS("key_value_new_internal", "key_wildcard == FALSE || value_wildcard == FALSE",
                    key_wildcard == FALSE || value_wildcard == FALSE);
-  fields.key = intern(key);
-  fields.texts[text_value] = value;
-  fields.value_settable = value_wildcard;
-  fields.key_wildcard = key_wildcard;
-  fields.value_wildcard = value_wildcard;
-  fields.negated = negated;
   return true;
 }
 
@@ -135,8 +128,11 @@ Pair::Pair(const PairFields &fields, Arena &arena) : KeyValue{} {
   const std::string_view text = fields.texts[text_value];
   value_capacity_ = static_cast<guint32>(value_room(text.size(), value_wildcard));
   value = value_capacity_ != 0 ? arena.text(text, value_capacity_) : arena.text(text);
-  for (unsigned which = text_value + 1; which < text_count; ++which)
-    this->*text_members[which] = arena.text(fields.texts[which]);
+  value_user_string = arena.text(fields.texts[text_value_user_string]);
+  key_nice_name = arena.text(fields.texts[text_key_nice_name]);
+  value_nice_name = arena.text(fields.texts[text_value_nice_name]);
+  name_space = arena.text(fields.texts[text_name_space]);
+  complex_type_name = arena.text(fields.texts[text_complex_type_name]);
 }
 
 void Pair::free_own() noexcept {

@@ -6,6 +6,7 @@
 
 #include "arena.hpp"
 #include "owning.hpp"
+#include "quarks.hpp"
 
 #include <varro2/eventutils.h>
 #include <varro2/keyvalue.h>
@@ -57,10 +58,26 @@ inline bool is_empty(const char *text) noexcept {
   return text == nullptr || *text == '\0';
 }
 
+// What a wildcard stands for has no text. False when both are set.
+bool apply_wildcards(std::string_view &key, bool has_key, gboolean key_wildcard,
+                     std::string_view &value, gboolean value_wildcard);
+
 // Sets key, value and flags as key_value_new() understands its arguments, which answers for them;
 // the other texts are the caller's. False when both wildcards are set.
-bool set_fields(PairFields &fields, std::string_view key, bool has_key, gboolean key_wildcard,
-                std::string_view value, gboolean value_wildcard, gboolean negated);
+inline bool set_fields(PairFields &fields, std::string_view key, bool has_key,
+                       gboolean key_wildcard, std::string_view value, gboolean value_wildcard,
+                       gboolean negated) {
+  const bool plain = has_key && value.data() != nullptr && (key_wildcard | value_wildcard) == FALSE;
+  if (!plain && !apply_wildcards(key, has_key, key_wildcard, value, value_wildcard))
+    return false;
+  fields.key = intern(key);
+  fields.texts[text_value] = value;
+  fields.value_settable = value_wildcard;
+  fields.key_wildcard = key_wildcard;
+  fields.value_wildcard = value_wildcard;
+  fields.negated = negated;
+  return true;
+}
 
 void displace_tags(GList *&tags, const Displacement &displacement) noexcept;
 

@@ -1,5 +1,7 @@
 #include "quarks.hpp"
 
+#include "shorttexts.hpp"
+
 #include <array>
 #include <cstring>
 #include <string>
@@ -35,7 +37,7 @@ Entry &entry_of(std::string_view text) noexcept {
 
 bool holds(const Entry &entry, std::string_view text) noexcept {
   return entry.quark != 0 && entry.length == text.size() &&
-         std::memcmp(entry.text, text.data(), text.size()) == 0;
+         equal_text(entry.text, text.data(), text.size());
 }
 
 GQuark remember(Entry &entry, std::string_view text, GQuark quark) noexcept {

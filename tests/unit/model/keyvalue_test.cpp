@@ -488,10 +488,48 @@ TEST(KeyValueRecord, ThatIsBrokenAborts) {
                "indx != NULL");
 }
 
+// Whether the first thing that is missing of the record is in the bytes of a text.
+bool lacks_text(std::size_t length) {
+  constexpr std::size_t text = 0; // else so many bytes of a number
+  std::size_t at = 0;
+  for (const std::size_t field :
+       {std::size_t{1}, text, std::size_t{1}, text, text, text, std::size_t{1}, text, text, text,
+        std::size_t{1}, std::size_t{1}, std::size_t{2}, text, text}) {
+    const std::size_t number = field == text ? 2 : field;
+    if (at + number > length)
+      return false;
+    at += number + (field == text ? full_record[at] : 0);
+    if (at > length)
+      return true;
+  }
+  return false;
+}
+
 TEST(KeyValueRecord, EveryShorterOneAborts) {
-  for (std::size_t length = 0; length < full_record.size(); ++length)
-    EXPECT_DEATH(read_pair({full_record.begin(), full_record.begin() + std::ptrdiff_t(length)}),
-                 "assertion failed: \\(array->len >= \\*indx \\+ (size|length)\\)");
+  for (std::size_t length = 0; length < full_record.size(); ++length) {
+    SCOPED_TRACE(length);
+    const Bytes cut{full_record.begin(), full_record.begin() + std::ptrdiff_t(length)};
+    if (lacks_text(length))
+      EXPECT_ABORT(read_pair(cut), "deserialize_string", "array->len >= *indx + length");
+    else
+      EXPECT_ABORT(read_pair(cut), "deserialize_size", "array->len >= *indx + size");
+  }
+}
+
+// What comes first in the record is said, although more is wrong behind it.
+TEST(KeyValueRecord, ThatIsBrokenTwiceAbortsAtTheFirstFault) {
+  const auto read = [](Bytes record) { read_pair(record); };
+  Bytes record = plain_record;
+  record[0] = 0xF4;
+  record[1] = 200;
+  EXPECT_ABORT(read(record), "key_value_deserialize", "type == SERIALIZE_ID_KEYVALUE");
+  record = plain_record;
+  record[4] = 1;
+  record[12] = 1;
+  record.resize(record.size() - 3); // without value type
+  EXPECT_ABORT(read(record), "key_value_deserialize", "key_value != NULL");
+  record.pop_back(); // nor negation
+  EXPECT_ABORT(read(record), "deserialize_size", "array->len >= *indx + size");
 }
 
 TEST(KeyValueRecord, NeedsEveryText) {
