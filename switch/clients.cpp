@@ -25,7 +25,8 @@ Clients::Clients(sd_event *loop, sd_bus *bus, std::size_t queue_limit)
     : window_{bus,
               {.unanswered = unanswered,
                .queued_bytes = queue_limit,
-               .all_queued_bytes = 4 * queue_limit}},
+               .all_queued_bytes = 4 * queue_limit},
+              loop},
       scout_{loop, bus, [this](const std::string &client) { return window_.holds_back(client); },
              [this](const std::string &client) { window_.seen_alive(client); }} {
   window_.set_scout([this](const std::string &client) {

@@ -14,7 +14,7 @@ constexpr std::size_t least_queue = 16 * 1024;
 
 } // namespace
 
-void SendWindow::enqueue(Queue &queue, WindowCall call) {
+void SendWindow::enqueue(Queue &queue, WindowCall &&call) {
   if (queue.waiting.empty())
     queue.moved_at = g_get_monotonic_time();
   queue.waiting_bytes += call.size;
@@ -85,7 +85,7 @@ void SendWindow::count_dropped(std::uint64_t count) {
   add(send_totals.dropped, count);
 }
 
-void SendWindow::Ended::add(CallEnd end, WindowCall call) {
+void SendWindow::Ended::add(CallEnd end, WindowCall &&call) {
   if (call.completion)
     completions_.emplace_back(end, std::move(call.completion));
 }

@@ -22,6 +22,7 @@
 // All that was given away before went to at most half; who hangs gets no more.
 #pragma once
 
+#include "alarm.hpp"
 #include "pendingcalls.hpp"
 #include "windowcall.hpp"
 
@@ -31,6 +32,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 namespace varro2 {
 
@@ -63,8 +65,9 @@ struct QueueState {
 // Belongs to one thread, the connection's. Completions may send again and may destroy the window.
 class SendWindow {
  public:
-  // The connection outlives the window.
-  explicit SendWindow(sd_bus *bus, SendLimits limits = {});
+  // Connection and loop outlive the window. The loop is the one that drives the connection; none
+  // stands for GLib's default main context.
+  explicit SendWindow(sd_bus *bus, SendLimits limits = {}, sd_event *loop = nullptr);
   ~SendWindow();
   SendWindow(const SendWindow &) = delete;
   SendWindow &operator=(const SendWindow &) = delete;
@@ -84,9 +87,9 @@ class SendWindow {
   bool holds_back(const std::string &receiver) const;
 
   // Nothing is expected to come any more: what is overdue does not count.
-  bool idle() const noexcept { return pending_.size() == 0 && waiting_ == 0; }
+  bool idle() const noexcept { return on_the_way() == 0 && waiting_ == 0; }
   // As the daemon counts.
-  std::size_t unanswered() const noexcept { return pending_.size() + overdue_.size(); }
+  std::size_t unanswered() const noexcept { return on_the_way() + overdue_.size(); }
   std::size_t waiting() const noexcept { return waiting_; }
 
   // Since the window was made.
@@ -142,7 +145,7 @@ class SendWindow {
   // Calls that ended without an answer, to be told when all else is in order.
   class Ended {
    public:
-    void add(CallEnd end, WindowCall call);
+    void add(CallEnd end, WindowCall &&call);
     // The window may be gone afterwards.
     void tell();
 
@@ -156,6 +159,14 @@ class SendWindow {
   // receivers again and again.
   using Queues = std::unordered_map<std::string, Queue, Hash, std::equal_to<>>;
 
+  // A call whose answer the window itself waits for.
+  struct Posted {
+    std::uint64_t cookie;
+    gint64 time; // monotonic microseconds, coarsely
+    Queue *queue;
+  };
+
+  std::size_t on_the_way() const noexcept { return pending_.size() + posted_.size(); }
   Queue &queue_for(const char *receiver);
   void discard_idle(const char *receiver);
   void note_few();
@@ -174,7 +185,7 @@ class SendWindow {
   int ask(Queue &queue, WindowCall &call, sd_bus_message *message);
   void hold_back(Queue &queue);
   void let_go(Queue &queue);
-  void enqueue(Queue &queue, WindowCall call);
+  void enqueue(Queue &queue, WindowCall &&call);
   std::size_t bound_of(const Queue &queue) const;
   void drop_oldest(Queue &queue, Ended &ended);
   void drop_all(Queue &queue, CallEnd end, Ended &ended);
@@ -182,19 +193,31 @@ class SendWindow {
   void pump(Ended &ended);
   WindowCall take_first(Queue &queue);
   void release_if_done(Queue &queue);
-  void keep_overdue(Queue &queue, sd_bus_message *timeout);
-  static int on_late_answer(sd_bus_message *message, void *self, sd_bus_error *error) noexcept;
-  void end_call(Queue &queue, sd_bus_message *answer, Ended &ended);
+  int call_for(const CallCompletion &completion, Queue &queue, sd_bus_message *message);
+  int post(Queue &queue, sd_bus_message *message);
   int answered(Queue &queue, const CallCompletion &completion, sd_bus_message *answer);
+  void end_call(Queue &queue, sd_bus_message *answer, Ended &ended);
+  void note_idle();
+  void keep_overdue(Queue &queue, std::uint64_t cookie);
+  static void on_late(void *self);
+  void give_up_late();
+  int listen();
+  static int on_message(sd_bus_message *message, void *self, sd_bus_error *error) noexcept;
+  bool take_answer(sd_bus_message *answer, std::uint64_t cookie);
+  bool take_late_answer(sd_bus_message *answer, std::uint64_t cookie);
+  void end_all(sd_bus_message *disconnected);
   void count_dropped(std::uint64_t count);
 
   sd_bus *bus_;
   SendLimits limits_;
   Queues queues_;
-  std::list<Queue *> line_; // queues that only the connection's limit holds up, in turn
-  PendingCalls pending_;
+  Queue *last_ = nullptr;      // to which was sent last: nearly always there is one, or few
+  std::list<Queue *> line_;    // queues that only the connection's limit holds up, in turn
+  PendingCalls pending_;       // whose answer somebody is told
+  std::vector<Posted> posted_; // the others that are on the way, in order
   std::unordered_map<std::uint64_t, Queue *> overdue_; // by cookie
-  SlotRef late_answers_;                               // only while something is overdue
+  SlotRef answers_;                                    // looks at all that comes; mostly at answers
+  Alarm patience_;                                     // for posted_; maybe longer than needed
   Scout scout_;
   std::size_t held_back_ = 0;   // queues
   bool has_few_ = false;        // calls left: until there are some more again

@@ -36,17 +36,15 @@ void WindowCall::keep(std::string &usual_object) {
     return;
   if (usual_object.empty())
     usual_object = object;
-  if (usual_object == object)
-    object = usual_object.c_str();
-  else
-    kept_object = std::exchange(object, nullptr);
+  if (usual_object != object)
+    kept_object.reset(g_strdup(object));
+  object = kept_object ? kept_object.get() : usual_object.c_str();
 }
 
 MessageRef WindowCall::message_to(sd_bus *bus, const char *receiver) const {
   if (message)
     return message;
-  const char *path = object != nullptr ? object : kept_object.c_str();
-  MessageRef made = new_call(bus, {receiver, path}, method);
+  MessageRef made = new_call(bus, {receiver, object}, method);
   if (payload)
     append_argument(method, made.get(), payload.get());
   for (const guint32 number : std::span{numbers}.first(number_count))

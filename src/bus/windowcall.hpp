@@ -26,7 +26,7 @@ struct WindowCall {
   MessageRef message{};
   BusMethod method{};
   const char *object = nullptr; // the object path, of whoever makes the call
-  std::string kept_object{};    // the same of a call that waits
+  OwnedText kept_object{};      // the same of a call that waits
   BytesRef payload{};           // shared between the receivers of one event; not changed any more
   std::array<guint32, 3> numbers{};
   std::size_t number_count = 0;

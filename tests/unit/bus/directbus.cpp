@@ -75,6 +75,13 @@ void DirectBus::answer(std::size_t index) {
   run();
 }
 
+void DirectBus::answer_twice(std::size_t index) {
+  const MessageRef call = take(index);
+  for (int time = 0; time < 2; ++time)
+    EXPECT_GE(sd_bus_reply_method_return(call.get(), nullptr), 0);
+  run();
+}
+
 void DirectBus::answer_far(std::size_t index) {
   EXPECT_GE(sd_bus_reply_method_return(take(index).get(), nullptr), 0);
 }

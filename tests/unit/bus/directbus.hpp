@@ -32,6 +32,7 @@ class DirectBus {
   bool wants_answer(std::size_t index) const;
 
   void answer(std::size_t index);
+  void answer_twice(std::size_t index);
   void answer_error(std::size_t index, const char *name);
   void answer_far(std::size_t index); // which the near end has not read yet
   void hang_up();

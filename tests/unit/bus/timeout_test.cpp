@@ -35,12 +35,35 @@ TEST(CallTimeout, IsAMinuteForACallToTheSwitch) {
   });
 }
 
-TEST(CallTimeout, IsAMinuteForAnEvent) {
+TEST(CallTimeout, IsAMinuteForAnEventWhoseEndSomebodyIsTold) {
   DirectBus bus;
   SendWindow window{bus.near()};
   expect_a_minute(bus, [&] {
-    window.send(":1.1", make_window_call(served_consumer::event, "/object", new_bytes(), {1}));
+    window.send(":1.1", make_window_call(served_consumer::event, "/object", new_bytes(), {1},
+                                         [](CallEnd, sd_bus_message *) {}));
   });
+}
+
+// As long as the main loop would wait if there were nothing else. Microseconds.
+gint64 wait_of_main_loop() {
+  GMainContext *context = g_main_context_default();
+  EXPECT_TRUE(g_main_context_acquire(context));
+  gint timeout = 0;
+  g_main_context_prepare(context, nullptr);
+  g_main_context_query(context, G_MAXINT, &timeout, nullptr, 0);
+  g_main_context_release(context);
+  return timeout * gint64{1000};
+}
+
+TEST(CallTimeout, IsAMinuteForAnEvent) {
+  DirectBus bus;
+  SendWindow window{bus.near()};
+  const gint64 before = g_get_monotonic_time();
+  window.send(":1.1", make_window_call(served_consumer::event, "/object", new_bytes(), {1}));
+  const gint64 wait = wait_of_main_loop();
+  const gint64 after = g_get_monotonic_time();
+  EXPECT_GE(wait, gint64{minute} - (after - before));
+  EXPECT_LE(wait, gint64{minute});
 }
 
 } // namespace
