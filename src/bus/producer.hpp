@@ -87,6 +87,7 @@ class ProducerState final : public BusObject {
   void send_all_declarations();
   void send_to_subscribers(const Event &event, const ProducerDeclarationData &data);
   void send_to(const Subscriber &subscriber, const BytesRef &serialised);
+  void send_to(const Subscriber &subscriber, const Event &event);
   void send_cached(ProducerDeclarationData &data, guint32 subscription_id);
   void report_subscribers();
   void request_type(MessageRef message, std::size_t size, TypeRequest request);

@@ -27,6 +27,10 @@ void ProducerState::send_to_subscribers(const Event &event, const ProducerDeclar
   data.subscribers.match(event, matching_);
   if (matching_.empty())
     return;
+  if (matching_.size() == 1) {
+    send_to(*matching_.front(), event);
+    return;
+  }
   const auto serialised = BytesRef::adopt(event_serialize(&event));
   for (const Subscriber *subscriber : matching_)
     send_to(*subscriber, serialised);
@@ -36,6 +40,12 @@ void ProducerState::send_to(const Subscriber &subscriber, const BytesRef &serial
   connection->window().send(subscriber.service(),
                             make_window_call(served_consumer::event, subscriber.object(),
                                              serialised, {subscriber.token()}));
+}
+
+void ProducerState::send_to(const Subscriber &subscriber, const Event &event) {
+  connection->window().send(
+      subscriber.service(),
+      make_window_call(served_consumer::event, subscriber.object(), event, subscriber.token()));
 }
 
 void ProducerState::send_cached(ProducerDeclarationData &data, guint32 subscription_id) {
@@ -58,7 +68,7 @@ void ProducerState::send_cached(ProducerDeclarationData &data, guint32 subscript
                    event_is_complete(event));
   const Subscriber *subscriber = data.subscribers.find(subscription_id);
   if (subscriber != nullptr && subscriber->wants(*event) && connection)
-    send_to(*subscriber, BytesRef::adopt(event_serialize(event)));
+    send_to(*subscriber, *event);
 }
 
 void ProducerState::add_callback_params(guint32 local_id, const CallbackParams &params) {

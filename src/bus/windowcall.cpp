@@ -1,5 +1,8 @@
 #include "windowcall.hpp"
 
+#include "event.hpp"
+#include "preconditions.hpp"
+
 #include <algorithm>
 #include <span>
 
@@ -10,6 +13,15 @@ namespace {
 // The bound counts what is to be delivered, so that users can reckon with it. What an entry costs
 // beside that is of the same order, as long as small ones do not count for nothing.
 constexpr std::size_t least_size = 64;
+
+// Its size is known already.
+void append_record(const BusMethod &method, sd_bus_message *message, const Event &event,
+                   std::size_t size) {
+  void *space = nullptr;
+  const int r = sd_bus_message_append_array_space(message, SD_BUS_TYPE_BYTE, size, &space);
+  VARRO2_ASSERT_AS(method.stub, "r >= 0", r >= 0);
+  write_record(event, static_cast<guint8 *>(space));
+}
 
 } // namespace
 
@@ -25,6 +37,16 @@ WindowCall make_window_call(const BusMethod &method, const char *object, BytesRe
   return call;
 }
 
+WindowCall make_window_call(const BusMethod &method, const char *object, const Event &event,
+                            guint32 number) {
+  return {.method = method,
+          .object = object,
+          .event = &event,
+          .numbers = {number},
+          .number_count = 1,
+          .size = record_size_of(event)};
+}
+
 WindowCall make_window_call(MessageRef message, std::size_t size, CallCompletion completion) {
   return {.message = std::move(message),
           .size = std::max(size, least_size),
@@ -32,6 +54,9 @@ WindowCall make_window_call(MessageRef message, std::size_t size, CallCompletion
 }
 
 void WindowCall::keep(std::string &usual_object) {
+  size = std::max(size, least_size);
+  if (event != nullptr)
+    payload = BytesRef::adopt(event_serialize(std::exchange(event, nullptr)));
   if (object == nullptr)
     return;
   if (usual_object.empty())
@@ -45,7 +70,9 @@ MessageRef WindowCall::message_to(sd_bus *bus, const char *receiver) const {
   if (message)
     return message;
   MessageRef made = new_call(bus, {receiver, object}, method);
-  if (payload)
+  if (event != nullptr)
+    append_record(method, made.get(), *event, size);
+  else if (payload)
     append_argument(method, made.get(), payload.get());
   for (const guint32 number : std::span{numbers}.first(number_count))
     append_argument(method, made.get(), number);

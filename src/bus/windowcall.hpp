@@ -3,6 +3,8 @@
 
 #include "buscall.hpp"
 
+#include <varro2/event.h>
+
 #include <array>
 #include <functional>
 #include <initializer_list>
@@ -20,14 +22,15 @@ enum class CallEnd {
 // first.
 using CallCompletion = std::function<void(CallEnd end, sd_bus_message *answer)>;
 
-// Either a message that is ready, or what a message is made of: a payload or none, then some
-// numbers, as all calls to producers and consumers have it.
+// Either a message that is ready, or what a message is made of: a payload, an event or none, then
+// some numbers, as all calls to producers and consumers have it.
 struct WindowCall {
   MessageRef message{};
   BusMethod method{};
   const char *object = nullptr; // the object path, of whoever makes the call
   OwnedText kept_object{};      // the same of a call that waits
   BytesRef payload{};           // shared between the receivers of one event; not changed any more
+  const Event *event = nullptr; // instead, whose record it is to be; of whoever makes the call
   std::array<guint32, 3> numbers{};
   std::size_t number_count = 0;
   std::size_t size = 0; // in bytes, for the bound
@@ -42,6 +45,10 @@ struct WindowCall {
 // The object path is lent until the call is sent or waits.
 WindowCall make_window_call(const BusMethod &method, const char *object, BytesRef payload,
                             std::initializer_list<guint32> numbers, CallCompletion completion = {});
+// The event is lent as long: its record is written straight into the message, unless that waits.
+// For one receiver.
+WindowCall make_window_call(const BusMethod &method, const char *object, const Event &event,
+                            guint32 number);
 
 // size is about that of the message.
 WindowCall make_window_call(MessageRef message, std::size_t size, CallCompletion completion = {});

@@ -169,9 +169,22 @@ char *event_get_user_data_string(const Event *event) noexcept {
 
 /* ---- External forms ---- */
 
+std::size_t varro2::record_size_of(const Event &event) {
+  return record_size(event);
+}
+
+void varro2::write_record(const Event &event, guint8 *to) {
+  ArraySink sink{to};
+  event.write(sink);
+}
+
 GByteArray *event_serialize(const Event *event) noexcept {
   VARRO2_EXPECT(event != NULL, nullptr);
-  return varro2::new_record(*event).release();
+  const auto size = static_cast<guint>(varro2::record_size_of(*event));
+  GByteArray *array = g_byte_array_sized_new(size);
+  g_byte_array_set_size(array, size);
+  varro2::write_record(*event, array->data);
+  return array;
 }
 
 void event_serialize_internal(const Event *event, GByteArray *array) noexcept {

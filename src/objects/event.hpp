@@ -35,6 +35,10 @@ struct Event final : varro2::WithRoom<Event> {
 
 namespace varro2 {
 
+// Both together put an event's record anywhere. Its size in bytes.
+std::size_t record_size_of(const Event &event);
+void write_record(const Event &event, guint8 *to);
+
 // The current time, unless whoever filled the event in knows better.
 void stamp_now_if_unset(Event &event);
 
