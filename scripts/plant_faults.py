@@ -379,6 +379,18 @@ def table(results):
             print(f"{'':{width}}         {fault.place}: {by}")
 
 
+def fit(faults):
+    """Whether all fit the code: 0, or 1 after the names of those that do not."""
+    result = 0
+    for fault in faults:
+        try:
+            fault.texts(ROOT)
+        except Misfit as misfit:
+            print(f"plant: {fault.place}: {fault.name}: {misfit}", file=sys.stderr)
+            result = 1
+    return result
+
+
 def main(arguments):
     check = "--check" in arguments
     arguments = [a for a in arguments if a != "--check"]
@@ -394,7 +406,7 @@ def main(arguments):
         return 2
     faults = chosen(faults, arguments)
     if check:
-        return 0
+        return fit(faults)
 
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     begin = time.monotonic()

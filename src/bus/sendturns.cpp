@@ -14,8 +14,10 @@ namespace {
 constexpr std::size_t kept_for_answers = 16;
 constexpr std::size_t spread = 6;
 
-// Without a scout: one in so many calls is only for those who have answered since there were no
-// more; and so many have to be free until that is over.
+// Without a scout: one in so many calls has to be free for a second one to the same receiver; one
+// in so many is only for those who have answered since there were no more; and so many have to be
+// free until that is over.
+constexpr std::size_t reserve = 4;
 constexpr std::size_t few = 12;
 constexpr std::size_t enough = 6;
 
@@ -29,17 +31,21 @@ bool SendWindow::is_suspect(const Queue &queue, gint64 now) const noexcept {
   return queue.unanswered > 0 && now - queue.called_at >= limits_.suspect_after;
 }
 
-unsigned SendWindow::limit_of_receiver() const {
+bool SendWindow::has_just_answered(const Queue &queue) const {
+  return queue.answered_at != 0 && now_coarsely() - queue.proven_at < limits_.proven_for;
+}
+
+unsigned SendWindow::limit_of_receiver(const Queue &queue) const {
   if (!is_scarce() || !is_shared())
     return limits_.unanswered_per_receiver;
   if (!scout_)
-    return 1;
+    return free() >= limits_.unanswered / reserve && has_just_answered(queue) ? 2 : 1;
   return static_cast<unsigned>(
       std::clamp<std::size_t>(free() / spread, 1, limits_.unanswered_per_receiver));
 }
 
 bool SendWindow::receiver_has_room(const Queue &queue) const {
-  return queue.unanswered == 0 || queue.unanswered < limit_of_receiver();
+  return queue.unanswered == 0 || queue.unanswered < limit_of_receiver(queue);
 }
 
 // After each change of what is free. There have to be some more than a few again before all are

@@ -10,8 +10,10 @@
 //
 // Any number of receivers may hang at once, and it takes a while to be sure of it. So while less
 // than half of the connection's calls are free, they go to one receiver each that has none on the
-// way; and the very last ones to those who have answered since there were no more. Some forty that
-// hang so leave all others what they need; with more than that, the others have what is left.
+// way, and as long as a quarter is, to one that has just answered a second one: who finds two
+// messages when he wakes up needs to wake up half as often. The very last ones go to those who have
+// answered since there were no more. Some forty that hang so leave all others what they need; with
+// more than that, the others have what is left.
 //
 // A scout, who finds out by other means whether a receiver is alive, makes it safe from any number.
 // A receiver that has not answered for a second is suspected to hang. While less than half of the
@@ -50,6 +52,7 @@ struct SendLimits {
   bool outlives_receiver = false;
   gint64 hang_after = 10 * G_USEC_PER_SEC; // with nothing moving. Microseconds
   gint64 suspect_after = G_USEC_PER_SEC;   // with no answer, by the scout. Microseconds
+  gint64 proven_for = G_USEC_PER_SEC / 10; // by an answer, without a scout. Microseconds
   guint64 timeout = call_timeout;          // of each call. Microseconds
 };
 
@@ -177,7 +180,8 @@ class SendWindow {
     return 2 * limits_.unanswered_per_receiver <= limits_.unanswered;
   }
   bool is_suspect(const Queue &queue, gint64 now) const noexcept;
-  unsigned limit_of_receiver() const;
+  bool has_just_answered(const Queue &queue) const;
+  unsigned limit_of_receiver(const Queue &queue) const;
   bool receiver_has_room(const Queue &queue) const;
   Turn turn_without_scout(const Queue &queue) const;
   Turn turn_of(const Queue &queue, const WindowCall &call) const;

@@ -510,6 +510,50 @@ TEST_F(HangingReceivers, GetOneEachOfTheScarceHalf) {
   EXPECT_LE(window->unanswered(), 48u + 1 + 14);
 }
 
+class FortyReceivers : public HangingReceivers {
+ protected:
+  void send_to_all(guint32 number) {
+    for (guint32 receiver = 0; receiver < 40; ++receiver)
+      send(("a.b" + std::to_string(receiver)).c_str(), number);
+  }
+  // More than there is room for, after each was sent one and has answered it.
+  void send_many_to_all_who_have_answered() {
+    send_to_all(0);
+    while (bus.size() > 0)
+      bus.answer(0);
+    for (guint32 number = 1; number <= 4; ++number)
+      send_to_all(number);
+  }
+  std::size_t most_to_one() {
+    std::size_t most = 0;
+    for (guint32 receiver = 0; receiver < 40; ++receiver)
+      most = std::max(most, numbers_of(("a.b" + std::to_string(receiver)).c_str()).size());
+    return most;
+  }
+};
+
+// One more than the first half are taken when it begins to be scarce, and then one more than the
+// next quarter.
+TEST_F(FortyReceivers, GetASecondOneWhenTheyHaveJustAnsweredWhileAQuarterIsFree) {
+  open({.proven_for = gint64{3600} * G_USEC_PER_SEC});
+  send_many_to_all_who_have_answered();
+  EXPECT_EQ(window->unanswered(), 48u + 24 + 1);
+  EXPECT_EQ(most_to_one(), 2u);
+}
+
+TEST_F(FortyReceivers, GetOneEachWhenTheyHaveNotAnsweredLately) {
+  open({.proven_for = 0});
+  send_many_to_all_who_have_answered();
+  EXPECT_EQ(window->unanswered(), 48u + 1);
+}
+
+TEST_F(FortyReceivers, GetOneEachWhenTheyHaveNeverAnswered) {
+  open({.proven_for = gint64{3600} * G_USEC_PER_SEC});
+  for (guint32 number = 1; number <= 4; ++number)
+    send_to_all(number);
+  EXPECT_EQ(window->unanswered(), 48u + 1);
+}
+
 class ManyThatHang : public HangingReceivers, public ::testing::WithParamInterface<guint32> {
  protected:
   // More for each of them than it gets.
