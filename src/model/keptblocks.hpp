@@ -10,18 +10,20 @@
 #define VARRO2_HAS_FEATURE(feature) 0
 #endif
 
-namespace varro2 {
-
 // A sanitizer has to see when a block ends.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) ||                               \
     VARRO2_HAS_FEATURE(address_sanitizer) || VARRO2_HAS_FEATURE(thread_sanitizer) ||               \
     VARRO2_HAS_FEATURE(memory_sanitizer)
-inline constexpr bool blocks_are_kept = false;
+#define VARRO2_KEEPS_BLOCKS 0
 #else
-inline constexpr bool blocks_are_kept = true;
+#define VARRO2_KEEPS_BLOCKS 1
 #endif
 
 #undef VARRO2_HAS_FEATURE
+
+namespace varro2 {
+
+inline constexpr bool blocks_are_kept = VARRO2_KEEPS_BLOCKS;
 
 // From GLib's allocator: ends the process when there is no memory.
 void *take_block(std::size_t size);
