@@ -148,6 +148,20 @@ def write_instructions(style, rows):
     style.table(["", "producer", "consumer"], lines)
 
 
+def write_footprint(style, rows):
+    style.title("What an event touches that comes alone")
+    columns = [(peer, role) for role in ("producer", "consumer") for peer in rows]
+    places = {}
+    for peer, role in columns:
+        for place, lines in rows[peer][role]["lines_by_place"].items():
+            places.setdefault(place, {})[peer, role] = lines
+    lines = [[place, *(number(counts.get(column)) for column in columns)]
+             for place, counts in sorted(places.items(), key=lambda one: -sum(one[1].values()))]
+    for figure in ("lines", "pages"):
+        lines.append([f"all {figure}", *(number(rows[peer][role][figure]) for peer, role in columns)])
+    style.table(["lines of the cache", *(f"{role}, {peer}" for peer, role in columns)], lines)
+
+
 def write(results, out, style_of=Text):
     style = style_of(out)
     about = results["machine"]
@@ -160,6 +174,8 @@ def write(results, out, style_of=Text):
         write_bus(style, results["bus"])
     if results.get("instructions"):
         write_instructions(style, results["instructions"])
+    if results.get("footprint"):
+        write_footprint(style, results["footprint"])
     if results.get("handles"):
         write_handles(style, results["handles"])
     if "in_process" in results:

@@ -6,17 +6,19 @@ import json
 import os
 import pathlib
 import platform
+import shutil
 import subprocess
 import sys
 import time
 
+import footprint
 import in_process
 import instructions
 import report
 import side_by_side
 from daemons import Daemons, Failure
 
-ALL = ("in_process", "handles", "bus", "instructions")
+ALL = ("in_process", "handles", "bus", "instructions", "footprint")
 LEFT_OUT_WHEN_QUICK = ("gdbus", "sdbuscpp")
 
 
@@ -50,11 +52,13 @@ def busy_processors(seconds=2):
 
 
 def machine():
-    model = "unknown"
+    facts = {}
     for line in pathlib.Path("/proc/cpuinfo").read_text().splitlines():
-        if line.startswith("model name"):
-            model = line.partition(":")[2].strip()
-            break
+        name, _, value = line.partition(":")
+        facts.setdefault(name.strip(), value.strip())
+    model = facts.get("model name", "unknown")
+    if {"cpu family", "model"} <= facts.keys():
+        model += f" (family {facts['cpu family']}, model {facts['model']})"
     return {"processor": model, "processors": os.cpu_count(), "kernel": platform.release(),
             "busy": busy_processors(), "date": datetime.date.today().isoformat()}
 
@@ -87,6 +91,7 @@ def steps(arguments, buses):
     there = sum(isinstance(bus, tuple) for bus in buses.values())
     peers = 2 if arguments.quick else len(instructions.PEERS)
     each = {"in_process": arguments.rounds, "handles": arguments.rounds, "instructions": peers,
+            "footprint": len(footprint.MARKS),
             "bus": there * len(side_by_side.loads(arguments))}
     return sum(each[part] for part in arguments.only)
 
@@ -113,6 +118,9 @@ def measure(arguments, daemons):
     if "instructions" in arguments.only:
         on_bus = dict(environment, DBUS_SYSTEM_BUS_ADDRESS=buses["dbus-daemon"][0])
         result["instructions"] = instructions.rows(arguments, progress, on_bus)
+    if "footprint" in arguments.only and shutil.which("valgrind"):
+        on_bus = dict(environment, DBUS_SYSTEM_BUS_ADDRESS=buses["dbus-daemon"][0])
+        result["footprint"] = footprint.rows(arguments, progress, on_bus)
     return result
 
 
