@@ -23,6 +23,14 @@ class Examples : public ::testing::Test {
     switch_.start();
   }
 
+  // A consumer may hear of a declaration before the producer has read of the consumer. The switch's
+  // calls to a producer come in order: with those about another declaration the others have come.
+  static void read_of_all_consumers(const ProducerHandle &producer) {
+    const guint32 other = event_producer_declare(producer.get(), greeting().get());
+    EXPECT_TRUE(iterate_until(
+        [&] { return event_producer_declaration_complete(producer.get(), other) != FALSE; }));
+  }
+
   // Until one of its lines has the text; the test's own handles go on meanwhile.
   static void expect_line(ChildProcess &program, const std::string &text) {
     EXPECT_TRUE(iterate_until(
@@ -237,6 +245,7 @@ TEST_F(Examples, EventPrinterWritesJson) {
                       onvif.errors().find("added ") != std::string::npos;
     return both;
   }));
+  read_of_all_consumers(producer);
   const HeldEvent event{event_producer_prepare_event(producer.get(), local_id)};
   const gboolean open = TRUE;
   event_set_value(event.get(), "open", &open);
