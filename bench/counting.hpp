@@ -3,6 +3,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <dlfcn.h>
 #include <malloc.h>
 
 #include <cstddef>
@@ -14,6 +15,13 @@ void *__libc_realloc(void *memory, std::size_t size);
 
 static std::size_t allocations;
 
+// The library keeps blocks of a malloc that says how large they are.
+std::size_t malloc_usable_size(void *memory) noexcept {
+  using Function = std::size_t (*)(void *);
+  static const auto of_c_library =
+      reinterpret_cast<Function>(dlsym(RTLD_NEXT, "malloc_usable_size"));
+  return of_c_library(memory);
+}
 void *malloc(std::size_t size) noexcept {
   ++allocations;
   return __libc_malloc(size);

@@ -58,9 +58,15 @@ gboolean prepare(GSource *source, gint *timeout) noexcept {
     stop_polling(source);
     return FALSE;
   }
+  // Another one after a first address that could not be reached.
+  if (const int descriptor = sd_bus_get_fd(self.bus); descriptor != self.poll.fd) {
+    stop_polling(source);
+    self.poll.fd = descriptor;
+  }
   const int events = sd_bus_get_events(self.bus);
   if (events < 0 || sd_bus_get_timeout(self.bus, &self.awaited_time) < 0)
     return TRUE; // it has ended
+  start_polling(source);
   self.poll.events = static_cast<gushort>(events);
   const gint64 left = time_left(source);
   if (left != G_MAXINT64)
@@ -100,13 +106,16 @@ gboolean dispatch(GSource *source, GSourceFunc, gpointer) noexcept {
   if (self.is_reading)
     return G_SOURCE_CONTINUE;
   self.is_reading = true;
-  if (read_expected(source) < 0 && !g_source_is_destroyed(source))
-    break_off(self.bus);
+  const bool has_failed = read_expected(source) < 0;
   self.is_reading = false;
-  if (g_source_is_destroyed(source) || sd_bus_get_events(self.bus) < 0)
+  if (g_source_is_destroyed(source))
     return G_SOURCE_REMOVE;
-  start_polling(source);
-  return G_SOURCE_CONTINUE;
+  if (has_failed)
+    break_off(self.bus);
+  // One that could not even be closed would fail again and again.
+  const bool is_done =
+      sd_bus_get_events(self.bus) < 0 || (has_failed && sd_bus_is_open(self.bus) > 0);
+  return is_done ? G_SOURCE_REMOVE : G_SOURCE_CONTINUE;
 }
 
 void finalize(GSource *source) noexcept {

@@ -29,6 +29,13 @@ bool says_receiver_left(sd_bus_message *answer) {
          sd_bus_error_has_name(sd_bus_message_get_error(answer), SD_BUS_ERROR_DISCONNECTED) > 0;
 }
 
+// A stranger's call or signal may name a cookie as well.
+bool is_answer(sd_bus_message *message) {
+  std::uint8_t type = 0;
+  return sd_bus_message_get_type(message, &type) >= 0 &&
+         (type == SD_BUS_MESSAGE_METHOD_RETURN || type == SD_BUS_MESSAGE_METHOD_ERROR);
+}
+
 } // namespace
 
 int SendWindow::ask(Queue &queue, WindowCall &call, sd_bus_message *message) {
@@ -139,8 +146,9 @@ int SendWindow::listen() {
 
 int SendWindow::on_message(sd_bus_message *message, void *self, sd_bus_error *) noexcept {
   auto &window = *static_cast<SendWindow *>(self);
-  std::uint64_t cookie = 0; // only answers have one
-  if (sd_bus_message_get_reply_cookie(message, &cookie) >= 0 && window.take_answer(message, cookie))
+  std::uint64_t cookie = 0;
+  if (is_answer(message) && sd_bus_message_get_reply_cookie(message, &cookie) >= 0 &&
+      window.take_answer(message, cookie))
     return 1; // the window may be gone
   if (sd_bus_is_open(window.bus_) <= 0)
     window.end_all(message);

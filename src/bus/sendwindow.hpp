@@ -12,7 +12,7 @@
 // than half of the connection's calls are free, they go to one receiver each that has none on the
 // way, and as long as a quarter is, to one that has just answered a second one: who finds two
 // messages when he wakes up needs to wake up half as often. The very last ones go to those who have
-// answered since there were no more. Some forty that hang so leave all others what they need; with
+// answered since there were no more. Some thirty that hang so leave all others what they need; with
 // more than that, the others have what is left.
 //
 // A scout, who finds out by other means whether a receiver is alive, makes it safe from any number.

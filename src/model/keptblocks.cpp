@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
+#include <dlfcn.h>
 #include <malloc.h>
 
 namespace varro2 {
@@ -51,8 +53,19 @@ struct UntilThreadEnds {
   }
 };
 
+// A malloc that was put before the C library's may leave that one's malloc_usable_size in charge,
+// which does not know its blocks.
+bool malloc_tells_sizes() {
+  Dl_info of_malloc{};
+  Dl_info of_size{};
+  return dladdr(reinterpret_cast<const void *>(&malloc), &of_malloc) != 0 &&
+         dladdr(reinterpret_cast<const void *>(&malloc_usable_size), &of_size) != 0 &&
+         of_malloc.dli_fbase == of_size.dli_fbase;
+}
+
 [[gnu::noinline]] bool open() {
-  if (blocks.closed)
+  static const bool sizes_are_told = malloc_tells_sizes();
+  if (blocks.closed || !sizes_are_told)
     return false;
   [[maybe_unused]] static thread_local UntilThreadEnds until_thread_ends;
   return blocks.open = true;
@@ -79,8 +92,9 @@ void *take_block(std::size_t size) {
 }
 
 void give_back_block(void *block) noexcept {
-  const std::size_t size = blocks_are_kept ? malloc_usable_size(block) : 0;
-  if (!is_worth_keeping(size) || !(blocks.open || open())) {
+  const bool keeps = blocks_are_kept && (blocks.open || open());
+  const std::size_t size = keeps ? malloc_usable_size(block) : 0;
+  if (!is_worth_keeping(size)) {
     g_free(block);
     return;
   }

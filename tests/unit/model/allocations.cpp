@@ -3,6 +3,7 @@
 #include "keptblocks.hpp"
 
 #include <atomic>
+#include <dlfcn.h>
 #include <malloc.h>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -57,6 +58,13 @@ static void forget(void *memory) {
   held -= memory != nullptr ? malloc_usable_size(memory) : 0;
 }
 
+// Whose malloc says how large a block is keeps some: this one's blocks are the C library's.
+std::size_t malloc_usable_size(void *memory) noexcept {
+  using Function = std::size_t (*)(void *);
+  static const auto of_c_library =
+      reinterpret_cast<Function>(dlsym(RTLD_NEXT, "malloc_usable_size"));
+  return of_c_library(memory);
+}
 void *malloc(std::size_t size) {
   return counted(__libc_malloc(size));
 }
