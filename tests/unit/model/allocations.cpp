@@ -49,21 +49,26 @@ void *__libc_calloc(std::size_t items, std::size_t size);
 void *__libc_realloc(void *memory, std::size_t size);
 void __libc_free(void *memory);
 
+static std::size_t (*usable_size_of_c_library)(void *) = nullptr;
+
+static std::size_t usable_size(void *memory) {
+  if (usable_size_of_c_library == nullptr) [[unlikely]]
+    usable_size_of_c_library =
+        reinterpret_cast<std::size_t (*)(void *)>(dlsym(RTLD_NEXT, "malloc_usable_size"));
+  return usable_size_of_c_library(memory);
+}
 static void *counted(void *memory) {
   ++count;
-  held += memory != nullptr ? malloc_usable_size(memory) : 0;
+  held += memory != nullptr ? usable_size(memory) : 0;
   return memory;
 }
 static void forget(void *memory) {
-  held -= memory != nullptr ? malloc_usable_size(memory) : 0;
+  held -= memory != nullptr ? usable_size(memory) : 0;
 }
 
 // Whose malloc says how large a block is keeps some: this one's blocks are the C library's.
 std::size_t malloc_usable_size(void *memory) noexcept {
-  using Function = std::size_t (*)(void *);
-  static const auto of_c_library =
-      reinterpret_cast<Function>(dlsym(RTLD_NEXT, "malloc_usable_size"));
-  return of_c_library(memory);
+  return usable_size(memory);
 }
 void *malloc(std::size_t size) {
   return counted(__libc_malloc(size));
