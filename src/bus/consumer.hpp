@@ -76,8 +76,8 @@ inline LockedConsumer locked(Consumer *consumer) {
 
 extern const sd_bus_vtable consumer_vtable[];
 
-// Sees every message first, and takes an event with less than the connection needs to find out whose
-// method it is. All that is not plainly one goes that way.
+// Sees every message first, and takes an event with less than the connection needs to find out
+// whose method it is. All that is not plainly one goes that way.
 int consumer_filter_bus(sd_bus_message *m, void *self, sd_bus_error *error) noexcept;
 
 } // namespace varro2
