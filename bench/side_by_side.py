@@ -1,12 +1,14 @@
 """Runs the peers of the bus benchmark side by side: what an event costs each of them.
 
 Every peer's processes are started once; each round then lets one peer after the other carry its
-events, so that whatever else the machine does falls on all alike. Quoted are medians over the
-rounds, and the medians of the ratios within a round.
+events, in random order, so that whatever else the machine does falls on all alike. Quoted are
+medians over the rounds, and the medians of the ratios within a round.
 """
+import itertools
 import json
 import os
 import pathlib
+import random
 import select
 import statistics
 import subprocess
@@ -72,6 +74,10 @@ class Process:
             self.process.wait()
 
 
+def options_of(credits):
+    return [word for descriptor in credits for word in ("--credits", str(descriptor))]
+
+
 class Peer:
     """The producers and consumers of one peer, in one shape, ready to run.
 
@@ -85,24 +91,23 @@ class Peer:
         self.consumers = []
         self.producers = []
         program = str(programs / f"bench_bus_{name}")
-        reader, writer = os.pipe()
+        pipes = [os.pipe() for _ in range(producers)]  # for the credits of each producer
         try:
             for number in range(consumers):
-                credits = ["--credits", str(writer)] if number == 0 and producers == 1 else []
+                credits = [writer for _, writer in pipes] if number == 0 else []
                 self.consumers.append(Process(
-                    [*wrappers.get("consumer", []), program, "consumer", *credits], environment,
-                    [writer] if credits else []))
+                    [*wrappers.get("consumer", []), program, "consumer", *options_of(credits)],
+                    environment, credits))
             addresses = [consumer.hear("ready") for consumer in self.consumers]
-            for _ in range(producers):
-                credits = ["--credits", str(reader)] if producers == 1 else []
+            for reader, _ in pipes:
                 self.producers.append(Process(
-                    [*wrappers.get("producer", []), program, "producer", *credits, *addresses],
-                    environment, [reader] if credits else []))
+                    [*wrappers.get("producer", []), program, "producer", *options_of([reader]),
+                     *addresses], environment, [reader]))
             for producer in self.producers:
                 producer.hear("ready")
         finally:
-            os.close(reader)
-            os.close(writer)
+            for descriptor in itertools.chain(*pipes):
+                os.close(descriptor)
 
     def run(self, events, rate=None):
         """Carries the events; events per producer are rounded up. Seconds per event received."""
@@ -162,9 +167,8 @@ def measure(make_peers, count, events, rate=None):
         for peer in peers:
             peer.run(WARM_UP if rate is None else 100, rate)
         rounds = {peer.name: [] for peer in peers}
-        for number in range(count):
-            turn = number % len(peers)
-            for peer in peers[turn:] + peers[:turn]:
+        for _ in range(count):
+            for peer in random.sample(peers, len(peers)):
                 rounds[peer.name].append(peer.run(events, rate))
         return {name: summary(own, rounds.get(REFERENCE)) for name, own in rounds.items()}
     finally:

@@ -18,9 +18,10 @@ namespace bench {
 
 namespace {
 
-// A consumer gives a credit for so many events.
-constexpr std::uint64_t events_per_credit = 64;
-// How far a producer may be ahead of its first consumer.
+// The first consumer gives each producer a credit for so many events of each. With many at a time a
+// producer that has a send window of its own would make them all while the bus has nothing to do.
+constexpr std::uint64_t events_per_credit = 8;
+// How far a producer may be ahead of what it has credit for.
 constexpr std::uint64_t events_ahead = 4 * events_per_credit;
 
 // A peer that counts answers keeps to the same limits as the library's send window.
@@ -73,7 +74,7 @@ class Commands {
 
 class ConsumerRun {
  public:
-  ConsumerRun(ConsumerSide &side, int credits)
+  ConsumerRun(ConsumerSide &side, const std::vector<int> &credits)
       : credits_{credits}, commands_{side, [this](std::istringstream line) { expect(line); }} {
     side.received = [this](std::uint64_t stamp) { count(stamp); };
   }
@@ -95,10 +96,16 @@ class ConsumerRun {
     if (received_++ == 0)
       begun_ = now;
     latencies_.push_back(now - stamp);
-    if (credits_ >= 0 && received_ % events_per_credit == 0 && write(credits_, "", 1) != 1)
-      fail("credits");
+    if (!credits_.empty() && received_ % (events_per_credit * credits_.size()) == 0)
+      give_credits();
     if (received_ == expected_)
       report(now);
+  }
+
+  void give_credits() {
+    for (const int producer : credits_)
+      if (write(producer, "", 1) != 1)
+        fail("credits");
   }
 
   void report(std::uint64_t now) {
@@ -116,7 +123,7 @@ class ConsumerRun {
     std::fflush(stdout);
   }
 
-  int credits_;
+  std::vector<int> credits_; // by producer
   std::uint64_t expected_ = 0;
   std::uint64_t received_ = 0;
   std::uint64_t begun_ = 0;
@@ -129,7 +136,9 @@ class ProducerRun {
  public:
   ProducerRun(ProducerSide &side, const Options &options)
       : side_{side}, consumers_{std::max<std::size_t>(options.addresses.size(), 1)},
-        credits_{options.credits}, timer_{timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK)},
+        credits_{options.credits.empty() ? -1 : options.credits.front()}, timer_{timerfd_create(
+                                                                              CLOCK_MONOTONIC,
+                                                                              TFD_NONBLOCK)},
         commands_{side, [this](std::istringstream line) { obey(line); }} {
     if (timer_ < 0)
       fail("timerfd_create");
@@ -225,7 +234,7 @@ Options read_options(int argc, char **argv) {
   options.is_producer = argc > 1 && std::string_view{argv[1]} == "producer";
   for (int at = 2; at < argc; ++at) {
     if (std::string_view{argv[at]} == "--credits" && at + 1 < argc)
-      options.credits = std::atoi(argv[++at]);
+      options.credits.push_back(std::atoi(argv[++at]));
     else
       options.addresses.emplace_back(argv[at]);
   }

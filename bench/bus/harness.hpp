@@ -68,11 +68,12 @@ class ProducerSide : public Side {
 };
 
 // The command line of a program:
-//   PROGRAM consumer [--credits DESCRIPTOR]
+//   PROGRAM consumer [--credits DESCRIPTOR]...
 //   PROGRAM producer [--credits DESCRIPTOR] [ADDRESS...]
 struct Options {
   bool is_producer = false;
-  int credits = -1; // where a consumer tells its producer that a bunch of events has come
+  // Where the first consumer tells each producer that a bunch of events has come.
+  std::vector<int> credits;
   std::vector<std::string> addresses;
   std::string payload; // contents of the file named by BENCH_PAYLOAD
 };
