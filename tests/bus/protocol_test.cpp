@@ -6,7 +6,23 @@
 namespace varro2::test {
 namespace {
 
-using Protocol = Live;
+class Protocol : public Live {
+ protected:
+  struct Subscribed {
+    guint32 token;
+    Call call;
+  };
+
+  // Subscribes to events, and waits for the call to the switch.
+  Subscribed listen(const ConsumerHandle &consumer, const char *key, const char *value,
+                    Inbox &inbox) {
+    const guint32 token =
+        event_consumer_subscribe(consumer.get(), wants(key, value).get(), Inbox::on_event, &inbox);
+    EXPECT_TRUE(switch_.wait_for("Subscribe"));
+    return {token, switch_.calls("Subscribe").front()};
+  }
+};
+
 using Names = std::vector<std::string>;
 
 bool matches(const std::string &text, const char *pattern) {
@@ -133,11 +149,9 @@ TEST_F(Protocol, EventsAreDeliveredOnceAndOnlyWhereTheyAreAddressed) {
   FakeProducer peer;
   ConsumerHandle consumer{"listener"};
   Inbox inbox;
-  const guint32 token = event_consumer_subscribe(consumer.get(), wants("topic0", "Greeting").get(),
-                                                 Inbox::on_event, &inbox);
-  ASSERT_TRUE(switch_.wait_for("Subscribe"));
-  const Call call = switch_.calls("Subscribe").front();
-  const auto event = [token] {
+  const Subscribed subscribed = listen(consumer, "topic0", "Greeting", inbox);
+  const Call &call = subscribed.call;
+  const auto event = [token = subscribed.token] {
     return FakeProducer::event_arguments(wire::stamped_event({}, greeting_pairs("hi", 1)), token);
   };
   peer.post(call.sender, call.text(0), "com.quor.Event.Consumer", "Event", event());
@@ -152,7 +166,7 @@ TEST_F(Protocol, EventsAreDeliveredOnceAndOnlyWhereTheyAreAddressed) {
   EXPECT_EQ(error_of(call.text(0), "com.quor.Event.Producer", "Event", event()),
             "org.freedesktop.DBus.Error.UnknownMethod");
   EXPECT_EQ(error_of(call.text(0), "com.quor.Event.Consumer", "Event",
-                     g_variant_new("(su)", "bytes", token)),
+                     g_variant_new("(su)", "bytes", subscribed.token)),
             "org.freedesktop.DBus.Error.InvalidArgs");
   EXPECT_EQ(inbox.events.size(), 1U);
 }
@@ -161,10 +175,7 @@ TEST_F(Protocol, UnknownTokensAreAnsweredAndDropped) {
   switch_.come();
   ConsumerHandle consumer{"listener"};
   Inbox inbox;
-  const guint32 token = event_consumer_subscribe(consumer.get(), wants("topic0", "Greeting").get(),
-                                                 Inbox::on_event, &inbox);
-  ASSERT_TRUE(switch_.wait_for("Subscribe"));
-  const Call call = switch_.calls("Subscribe").front();
+  const auto [token, call] = listen(consumer, "topic0", "Greeting", inbox);
   FakeProducer peer;
   const auto answer = peer.send_event(call.sender, call.text(0),
                                       wire::stamped_event({}, greeting_pairs("hi", 1)), token + 1);
@@ -220,9 +231,7 @@ TEST_F(Protocol, ConsumerAsIntrospected) {
   switch_.come();
   ConsumerHandle consumer{"listener"};
   Inbox inbox;
-  event_consumer_subscribe(consumer.get(), wants("a", "b").get(), Inbox::on_event, &inbox);
-  ASSERT_TRUE(switch_.wait_for("Subscribe"));
-  const Call call = switch_.calls("Subscribe").front();
+  const Call call = listen(consumer, "a", "b", inbox).call;
   const std::string xml = switch_.introspect(call.sender, call.text(0));
   GDBusNodeInfo *node = g_dbus_node_info_new_for_xml(xml.c_str(), nullptr);
   ASSERT_NE(node, nullptr);
@@ -259,9 +268,7 @@ TEST_F(Protocol, NameCanBeReadAndNotWritten) {
 
   ConsumerHandle consumer{"listener"};
   Inbox inbox;
-  event_consumer_subscribe(consumer.get(), wants("a", "b").get(), Inbox::on_event, &inbox);
-  ASSERT_TRUE(switch_.wait_for("Subscribe"));
-  const Call subscribed = switch_.calls("Subscribe").front();
+  const Call subscribed = listen(consumer, "a", "b", inbox).call;
   const auto other = switch_.get_property(subscribed.sender, subscribed.text(0),
                                           "com.quor.Event.Consumer", "Name");
   ASSERT_EQ(other.error_name, "");
