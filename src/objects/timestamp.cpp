@@ -23,7 +23,7 @@ Timestamp::Timestamp(GDateTime *time)
       time_{g_date_time_ref(time)} {}
 
 Timestamp::Timestamp(const Timestamp &other) noexcept
-    : microseconds_{other.microseconds_}, time_{other.time_.load(std::memory_order_acquire)} {
+    : microseconds_{other.microseconds_}, time_{other.get()} {
   if (GDateTime *time = time_.load(std::memory_order_relaxed))
     g_date_time_ref(time);
 }
@@ -48,10 +48,8 @@ gint32 Timestamp::microsecond() const noexcept {
   return *this ? static_cast<gint32>(microseconds_ - seconds() * G_USEC_PER_SEC) : 0;
 }
 
-GDateTime *Timestamp::get() const {
-  GDateTime *time = time_.load(std::memory_order_acquire);
-  if (time != nullptr || !*this)
-    return time;
+GDateTime *Timestamp::make_and_keep() const {
+  GDateTime *time = nullptr;
   auto made = DateTimeRef::adopt(make());
   // Who comes second takes what the first has made.
   return time_.compare_exchange_strong(time, made.get(), std::memory_order_acq_rel,

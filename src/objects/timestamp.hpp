@@ -13,7 +13,7 @@ namespace varro2 {
 inline constexpr guint32 no_timestamp = 0x7FFFFFFF;
 
 // A number. The GDateTime is the one that an application has set, which it gets back as it is, or
-// made when somebody asks: most times are only handed on.
+// made when somebody asks, or copies: most times are only handed on.
 class Timestamp {
  public:
   Timestamp() noexcept = default;
@@ -22,6 +22,7 @@ class Timestamp {
   static Timestamp at(gint64 seconds, gint64 microseconds) noexcept;
   static Timestamp now() noexcept { return at(0, g_get_real_time()); }
 
+  // Both lend the same GDateTime from now on.
   Timestamp(const Timestamp &other) noexcept;
   Timestamp(Timestamp &&other) noexcept { swap(other); }
   Timestamp &operator=(Timestamp other) noexcept {
@@ -38,12 +39,16 @@ class Timestamp {
   gint64 seconds() const noexcept;
   gint32 microsecond() const noexcept;
   // Lent: always the same one, or null for none. Threads may ask at the same time.
-  GDateTime *get() const;
+  GDateTime *get() const {
+    GDateTime *time = time_.load(std::memory_order_acquire);
+    return time != nullptr || !*this ? time : make_and_keep();
+  }
 
  private:
   static constexpr gint64 none = G_MININT64;
 
   GDateTime *make() const;
+  GDateTime *make_and_keep() const;
   // Who changes a time is alone with it.
   void swap(Timestamp &other) noexcept {
     std::swap(microseconds_, other.microseconds_);

@@ -222,7 +222,9 @@ TEST(NotificationRecord, OfDataAndTime) {
 
   const auto read = read_notification(expected);
   EXPECT_STREQ(OwnedText{notification_get_user_data_string(read.get())}.get(), "ab");
+  const NotificationOwner copy{notification_copy(read.get())};
   EXPECT_TRUE(g_date_time_equal(notification_get_timestamp2(read.get()), time.get()));
+  EXPECT_EQ(notification_get_timestamp2(copy.get()), notification_get_timestamp2(read.get()));
 }
 
 TEST(NotificationRecord, LosesTheSizeOfLargeDataAndKeepsItsBytes) {

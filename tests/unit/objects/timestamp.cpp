@@ -150,6 +150,7 @@ TEST(EventTimestamp, OfACopyWhoseTimeWasAskedForOrNot) {
     const EventOwner copy{event_copy(event.get())};
     const auto time = by_glib(seconds, 7);
     EXPECT_TRUE(g_date_time_equal(event_get_timestamp2(event.get()), time.get()));
+    EXPECT_EQ(event_get_timestamp2(copy.get()), event_get_timestamp2(event.get())); // shared
     event.reset();
     expect_same(copy->timestamp, time);
   }
