@@ -46,10 +46,17 @@ void set_setup_error(GError **error, int status, const char *message) {
   g_set_error_literal(error, g_quark_from_static_string("libvarro2"), status, message);
 }
 
+// Without a daemon in between nobody is named.
+bool is_of_the_bus(sd_bus_message *answer) {
+  const char *sender = sd_bus_message_get_sender(answer);
+  return sender == nullptr || std::strcmp(sender, bus_driver_name) == 0;
+}
+
 bool says_nobody_there(sd_bus_message *answer) {
   const sd_bus_error *error = sd_bus_message_get_error(answer);
   return sd_bus_error_has_names(error, SD_BUS_ERROR_SERVICE_UNKNOWN,
-                                SD_BUS_ERROR_NAME_HAS_NO_OWNER) > 0;
+                                SD_BUS_ERROR_NAME_HAS_NO_OWNER) > 0 &&
+         is_of_the_bus(answer);
 }
 
 } // namespace varro2

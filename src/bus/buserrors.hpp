@@ -35,7 +35,10 @@ OwnedError new_bus_failure(int number);
 // The error of setting a connection up. status is the negative errno.
 void set_setup_error(GError **error, int status, const char *message);
 
-// Whether the answer says that nobody owns the bus name that was called.
+// Whether it is the bus that answers, and not who was called.
+bool is_of_the_bus(sd_bus_message *answer);
+
+// Whether the bus says that nobody owns the name that was called.
 bool says_nobody_there(sd_bus_message *answer);
 
 } // namespace varro2

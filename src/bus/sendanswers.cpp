@@ -26,7 +26,8 @@ bool says_out_of_time(sd_bus *bus, sd_bus_message *answer) {
 // Also the answer of a daemon that a receiver left unanswered when it went.
 bool says_receiver_left(sd_bus_message *answer) {
   return says_nobody_there(answer) ||
-         sd_bus_error_has_name(sd_bus_message_get_error(answer), SD_BUS_ERROR_DISCONNECTED) > 0;
+         (sd_bus_error_has_name(sd_bus_message_get_error(answer), SD_BUS_ERROR_DISCONNECTED) > 0 &&
+          is_of_the_bus(answer));
 }
 
 // A stranger's call or signal may name a cookie as well.

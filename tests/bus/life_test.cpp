@@ -210,6 +210,50 @@ TEST_F(Life, AForgedSignalChangesNothing) {
   EXPECT_EQ(switch_.count("Declare"), 1U);
 }
 
+// Only the bus knows who is there.
+TEST_F(Life, WhoAnswersInTheWordsOfTheBusIsThereAllTheSame) {
+  for (const char *words :
+       {"org.freedesktop.DBus.Error.ServiceUnknown", "org.freedesktop.DBus.Error.NameHasNoOwner",
+        "org.freedesktop.DBus.Error.Disconnected"}) {
+    SCOPED_TRACE(words);
+    switch_.forget_calls();
+    for (const char *member : {"Declare", "Subscribe"})
+      switch_.answer_error(member, words, "so I say");
+    switch_.come();
+    const Held<Consumer, g_object_unref> consumer{consumer_new("listener")};
+    const Held<Producer, g_object_unref> producer{producer_new("hello", nullptr, nullptr)};
+    Inbox inbox;
+    consumer_prepare_subscribe(consumer.get(), 5, wants("a", "b").get(), Inbox::on_event, nullptr,
+                               &inbox, SUBSCRIPTION_TYPE_NORMAL);
+    producer_allocate_decl_data(producer.get(), 3, greeting().release(), nullptr, nullptr);
+    Failure failure;
+    ASSERT_TRUE(consumer_init_dbus(consumer.get(), failure.slot()));
+    ASSERT_TRUE(producer_init_dbus(producer.get(), failure.slot()));
+    ASSERT_TRUE(switch_.wait_for("Declare"));
+    ASSERT_TRUE(switch_.wait_for("Subscribe"));
+    const Declared declared{3, 103, switch_.calls("Declare").front()};
+    const Call subscribed = switch_.calls("Subscribe").front();
+    switch_.fence(declared.declare.sender);
+    switch_.fence(subscribed.sender);
+    consumer_send_subscribe(consumer.get(), 5);
+    producer_send_declare(producer.get(), 3);
+    switch_.fence(declared.declare.sender);
+    switch_.fence(subscribed.sender);
+    EXPECT_EQ(switch_.calls("Declare").size(), 1U);
+    EXPECT_EQ(switch_.calls("Subscribe").size(), 1U);
+
+    FakeConsumer peer;
+    peer.answer_error("Event", words, "so I say");
+    identify(declared);
+    subscribe(declared, peer, object, 1, 11, {{"topic0", "Greeting"}});
+    constexpr int count = 20;
+    const HeldEvent event{producer_prepare_event(producer.get(), 3)};
+    for (int number = 0; number < count; ++number)
+      ASSERT_TRUE(producer_send_event(producer.get(), event.get(), nullptr));
+    EXPECT_TRUE(peer.wait_for("Event", count));
+  }
+}
+
 TEST_F(Life, UnknownIdsAreUndeclaredExactlyOnce) {
   switch_.come();
   ProducerHandle producer{"hello"};
