@@ -114,6 +114,10 @@ void Connection::retire(std::unique_ptr<Connection> connection) {
   if (!connection)
     return;
   connection->silence();
+  // The process may end as soon as it hears that the object has gone.
+  connection->window_->send_rest();
+  connection->switch_window_->send_rest();
+  sd_bus_flush(connection->bus_);
   if (connection->settled())
     return;
   Farewell::begin(std::move(connection));

@@ -23,8 +23,8 @@ class Connection {
   Connection(const Connection &) = delete;
   Connection &operator=(const Connection &) = delete;
 
-  // Ends the connection of an object that goes. What was sent last may still be under way, and a
-  // bus daemon drops what it has not read when it fails to write to a closed connection. So the
+  // Ends the connection of an object that goes. What waits is sent at once. It may still be under
+  // way, and a bus daemon drops what it has not read when it fails to write to a closed one. So the
   // connection lives on without its object until the answer to the parting call has come and the
   // window is empty, or nothing moves any more. Nothing of the object is called from now on.
   static void retire(std::unique_ptr<Connection> connection);

@@ -127,6 +127,25 @@ void SendWindow::pump(Ended &ended) {
   }
 }
 
+// The last call to a receiver may be the one by which its answers are known to be all.
+void SendWindow::send_rest() {
+  Ended ended;
+  line_.clear();
+  held_back_ = 0;
+  for (auto &[receiver, queue] : queues_) {
+    queue.in_line = queue.held_back = false;
+    while (!queue.waiting.empty()) {
+      WindowCall call = take_first(queue);
+      const bool is_last = queue.waiting.empty() && call.completion;
+      const Turn turn = free() > 0 || is_last ? Turn::now : Turn::unasked;
+      const int r = transmit(queue, call, turn);
+      if (r < 0 || turn == Turn::unasked)
+        ended.add(CallEnd::refused, std::move(call));
+    }
+  }
+  ended.tell();
+}
+
 void SendWindow::hold_back(Queue &queue) {
   queue.held_back = true;
   ++held_back_;

@@ -81,6 +81,10 @@ class SendWindow {
   // The receiver has left the bus: what waits for it is dropped.
   void forget(const char *receiver);
 
+  // Sends all that waits, without regard to who has answered: nobody may be there to do it later.
+  // What goes beyond the limit is sent without asking for an answer.
+  void send_rest();
+
   // Has receivers asked for a sign of life while calls are scarce; seen_alive() passes it on. Must
   // leave the window alone.
   using Scout = std::function<void(const std::string &receiver)>;

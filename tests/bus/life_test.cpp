@@ -488,6 +488,47 @@ TEST_F(Farewell, WaitsForAReceiverThatIsSlow) {
   EXPECT_TRUE(iterate_until([&] { return has_ended(); }));
 }
 
+// Who hears that the handle is done may end the process: nobody iterates the loop any more.
+TEST_F(Farewell, HasSentAllBeforeItIsDone) {
+  constexpr std::size_t count = 300; // more than a bus lets wait for an answer
+  switch_.stay_silent("RemoveDeclaration");
+  switch_.come();
+  FakeConsumer peer;
+  peer.stay_silent("Event");
+  EventProducer *producer = event_producer_new("hello");
+  const guint32 local_id = event_producer_declare(producer, greeting().get());
+  ASSERT_TRUE(switch_.wait_for("Declare"));
+  const Declared declared{local_id, local_id + 100, switch_.calls("Declare").front()};
+  identify(declared);
+  subscribe(declared, peer, object, 1, 11, {{"topic0", "Greeting"}});
+  for (std::size_t i = 0; i < count; ++i) {
+    ASSERT_TRUE(event_producer_send_event(
+        producer, prepared_greeting(producer, local_id, "hi", static_cast<gint32>(i)).get(),
+        nullptr));
+    ASSERT_TRUE(event_producer_remove_declaration(producer, "Hello", nullptr, nullptr));
+  }
+  bool done = false;
+  event_producer_int_free(
+      producer, [](EventProducer *, gpointer flag) { *static_cast<bool *>(flag) = true; }, &done);
+  while (!done)
+    g_main_context_iteration(nullptr, TRUE);
+
+  const auto end = std::chrono::steady_clock::now() + generous;
+  while ((peer.count("Event") < count || switch_.count("Disconnect") == 0) &&
+         std::chrono::steady_clock::now() < end)
+    g_usleep(1'000);
+  const auto events = peer.calls("Event");
+  ASSERT_EQ(events.size(), count);
+  for (std::size_t i = 0; i < count; ++i)
+    EXPECT_EQ(
+        wire::without_time(events[i].bytes(0)),
+        wire::without_time(wire::stamped_event({declared.global_id, local_id, producer_id, false},
+                                               greeting_pairs("hi", static_cast<int>(i)))));
+  EXPECT_EQ(switch_.count("RemoveDeclaration"), count);
+  EXPECT_EQ(switch_.members().back(), "Disconnect");
+  EXPECT_TRUE(switch_.calls("Disconnect").front().wants_answer);
+}
+
 TEST_F(Farewell, DoesNotWaitForAReceiverThatHangs) {
   FakeConsumer peer;
   peer.stay_silent("Event");
