@@ -19,7 +19,8 @@ typedef void (*EventConsumerSetupCallback)(EventConsumer *event_consumer, gpoint
 /** Called on the main-context thread after the subscription went to the switch. */
 typedef void (*EventConsumerSubscribedCallback)(guint32 token, gpointer user_data);
 
-/** The end of a handle. @p event_consumer is its former address, already freed. */
+/** The end of a handle. @p event_consumer is its former address, already freed. The bus has read
+ * all that the handle sent, so that the process may end. */
 typedef void (*EventConsumerDoneCallback)(EventConsumer *event_consumer, gpointer user_data);
 
 /** @return a new handle that event_consumer_int_setup() must complete. */

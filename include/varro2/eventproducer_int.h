@@ -26,7 +26,8 @@ typedef void (*EventProducerDeclaredCallback)(guint32 local_declare_id, gpointer
 typedef void (*EventProducerSendCallback)(guint32 local_declare_id, Event *event,
                                           gpointer user_data, GError *error);
 
-/** The end of a handle. @p event_producer is its former address, already freed. */
+/** The end of a handle. @p event_producer is its former address, already freed. The bus has read
+ * all that the handle sent, so that the process may end. */
 typedef void (*EventProducerDoneCallback)(EventProducer *event_producer, gpointer user_data);
 
 /** @return a new handle that event_producer_int_setup() must complete. */

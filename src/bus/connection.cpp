@@ -11,6 +11,9 @@ namespace {
 constexpr guint farewell_patience = 2'000;
 constexpr gint64 farewell_limit = 60'000;
 
+// How long a bus may take to read what a retired connection had to send. Microseconds.
+constexpr std::uint64_t hand_over_limit = 10'000'000;
+
 constexpr SendLimits event_limits{.burst_bytes = 32 * 1024 * 1024};
 
 // Together with the events on the way, and a blocking call or two, less than what a daemon allows.
@@ -110,14 +113,21 @@ void Connection::silence() {
   switch_window_->set_unattended();
 }
 
+// The process may end as soon as it hears that the object has gone. A bus that answers has read all
+// that was sent before.
+void Connection::hand_over() {
+  window_->send_rest();
+  switch_window_->send_rest();
+  sd_bus_set_method_call_timeout(bus_, hand_over_limit);
+  sd_bus_call_method(bus_, bus_driver_name, "/org/freedesktop/DBus", "org.freedesktop.DBus.Peer",
+                     "Ping", nullptr, nullptr, nullptr);
+}
+
 void Connection::retire(std::unique_ptr<Connection> connection) {
   if (!connection)
     return;
   connection->silence();
-  // The process may end as soon as it hears that the object has gone.
-  connection->window_->send_rest();
-  connection->switch_window_->send_rest();
-  sd_bus_flush(connection->bus_);
+  connection->hand_over();
   if (connection->settled())
     return;
   Farewell::begin(std::move(connection));

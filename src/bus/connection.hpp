@@ -23,10 +23,11 @@ class Connection {
   Connection(const Connection &) = delete;
   Connection &operator=(const Connection &) = delete;
 
-  // Ends the connection of an object that goes. What waits is sent at once. It may still be under
-  // way, and a bus daemon drops what it has not read when it fails to write to a closed one. So the
-  // connection lives on without its object until the answer to the parting call has come and the
-  // window is empty, or nothing moves any more. Nothing of the object is called from now on.
+  // Ends the connection of an object that goes. What waits is sent at once, and read by the bus
+  // when this returns: a bus daemon drops what it has not read when it fails to write to a closed
+  // connection. So that receivers can still ask who has sent it, the connection lives on without
+  // its object until the answer to the parting call has come and the window is empty, or nothing
+  // moves any more. Nothing of the object is called from now on.
   static void retire(std::unique_ptr<Connection> connection);
 
   sd_bus *bus() const noexcept { return bus_; }
@@ -58,6 +59,7 @@ class Connection {
 
   Connection(sd_bus *bus, SourceRef source);
   void silence();
+  void hand_over();
   void send_to_switch(WindowCall call);
   void note_settled();
   // How much has moved so far.

@@ -1,4 +1,5 @@
 // The switch and the bus come and go.
+#include "childprocess.hpp"
 #include "live.hpp"
 
 namespace varro2::test {
@@ -527,6 +528,23 @@ TEST_F(Farewell, HasSentAllBeforeItIsDone) {
   EXPECT_EQ(switch_.count("RemoveDeclaration"), count);
   EXPECT_EQ(switch_.members().back(), "Disconnect");
   EXPECT_TRUE(switch_.calls("Disconnect").front().wants_answer);
+}
+
+// A daemon that has not read all of it by then would drop what is left.
+TEST_F(Farewell, TheBusHasAllWhenAProcessHearsThatItIsDone) {
+  constexpr std::size_t count = 1'000;
+  switch_.come();
+  for (std::size_t run = 1; run <= 5; ++run) {
+    FakeConsumer peer;
+    ChildProcess leaver{{LEAVER, std::to_string(count)}};
+    ASSERT_TRUE(switch_.wait_for("Declare", run));
+    const Declared declared{1, 101, switch_.calls("Declare").back()};
+    identify(declared);
+    subscribe(declared, peer, object, 1, 11, {{"topic0", "Greeting"}});
+    EXPECT_EQ(leaver.wait(), 0) << leaver.errors();
+    EXPECT_TRUE(peer.wait_for("Event", count)) << peer.count("Event") << " in run " << run;
+    EXPECT_TRUE(switch_.wait_for("Disconnect", run));
+  }
 }
 
 TEST_F(Farewell, DoesNotWaitForAReceiverThatHangs) {
