@@ -5,6 +5,7 @@
 #include "pair.hpp"
 
 #include <bit>
+#include <iterator>
 #include <memory>
 
 namespace varro2 {
@@ -21,14 +22,16 @@ class Bucket {
       pair_ = pair_ != last_ ? pair_->next : nullptr;
       return *this;
     }
-    bool operator==(const Iterator &) const noexcept = default;
+    bool operator==(std::default_sentinel_t) const noexcept { return pair_ == nullptr; }
+    // Not left to the compiler: clang-tidy cannot follow what that derives.
+    bool operator!=(std::default_sentinel_t) const noexcept { return pair_ != nullptr; }
 
    private:
-    const Pair *pair_;
+    const Pair *pair_; // null behind the last one
     const Pair *last_;
   };
   Iterator begin() const noexcept { return {last_->next, last_}; }
-  Iterator end() const noexcept { return {nullptr, last_}; }
+  std::default_sentinel_t end() const noexcept { return {}; }
 
   explicit Bucket(Pair *pair) noexcept : last_{pair} { pair->next = pair; }
 
