@@ -18,6 +18,12 @@ inline constexpr std::chrono::seconds generous{60};
 [[nodiscard]] ::testing::AssertionResult iterate_until(const std::function<bool()> &condition,
                                                        std::chrono::milliseconds limit = generous);
 
+// The same where only the main loop can make the condition hold. Nothing else wakes it up
+// meanwhile, so it shows whether the loop wakes up by itself for what the condition is about.
+[[nodiscard]] ::testing::AssertionResult
+iterate_undisturbed_until(const std::function<bool()> &condition,
+                          std::chrono::milliseconds limit = generous);
+
 // Runs what is ready now and returns; never waits.
 void iterate_pending();
 

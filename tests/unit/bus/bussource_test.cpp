@@ -18,6 +18,7 @@ namespace {
 using namespace varro2;
 using varro2::test::DirectBus;
 using varro2::test::iterate_pending;
+using varro2::test::iterate_undisturbed_until;
 using varro2::test::iterate_until;
 
 using LoopRef = Counted<sd_event, sd_event_ref, sd_event_unref>;
@@ -57,7 +58,7 @@ class BusSource : public ::testing::TestWithParam<bool> {
   }
 
   [[nodiscard]] ::testing::AssertionResult end(std::size_t answered, std::size_t failed) {
-    return iterate_until([&] { return answered_ == answered && failed_ == failed; });
+    return iterate_undisturbed_until([&] { return answered_ == answered && failed_ == failed; });
   }
 
   DirectBus ends_;
