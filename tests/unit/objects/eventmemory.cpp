@@ -196,6 +196,17 @@ TEST(EventMemoryOfTags, ATagThatARecordBringsTwiceIsCopiedOnce) {
   EXPECT_EQ(count(copy_of(copy_of(received)).get()), 1u);
 }
 
+TEST(EventMemoryOfTags, OneThatIsAddedToACopyIsTheCopysAlone) {
+  const OwnedEvent event = copy_of(prepared_event(2));
+  const std::string before = record_of(event.get());
+  const OwnedEvent copy = copy_of(event);
+  event_add_tag(copy.get(), "of the copy");
+  EXPECT_TRUE(event_has_tag(copy.get(), "tag"));
+  EXPECT_TRUE(event_has_tag(copy.get(), "of the copy"));
+  EXPECT_FALSE(event_has_tag(event.get(), "of the copy"));
+  EXPECT_EQ(record_of(event.get()), before);
+}
+
 // However a key got its tags, and however many they are.
 class EventMemoryOfManyTags : public ::testing::TestWithParam<int> {
  protected:
