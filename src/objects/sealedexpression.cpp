@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <new>
 
 namespace varro2 {
 
@@ -43,13 +42,13 @@ SealedExpression::SealedExpression(const Inspectable &tests) {
   for (const AndList &and_list : tests.and_lists()) {
     for (const Bucket &bucket : and_list.keys) {
       for (const Pair &pair : bucket)
-        new (test++) Test{pair.key,
-                          put(pair.value),
-                          put(pair.name_space),
-                          pair.value_wildcard != FALSE,
-                          pair.negated != FALSE,
-                          false,
-                          false};
+        *test++ = {pair.key,
+                   put(pair.value),
+                   put(pair.name_space),
+                   pair.value_wildcard != FALSE,
+                   pair.negated != FALSE,
+                   false,
+                   false};
       test[-1].ends_key = true;
     }
     test[-1].ends_and_list = true;

@@ -223,7 +223,6 @@ void CommandSource::close() {
 
 // With the lock held. Those that are queued meanwhile, by other threads, come in the next turn.
 void CommandSource::run_quiet(std::unique_lock<std::mutex> &lock) {
-  const auto alive = CommandSourceRef::share(this);
   home_ = std::this_thread::get_id();
   may_sleep_ = false;
   for (std::size_t count = queue_.size(); count > 0 && !is_closed_ && has_quiet_work(); --count) {
@@ -232,7 +231,8 @@ void CommandSource::run_quiet(std::unique_lock<std::mutex> &lock) {
   }
 }
 
-// Quiet commands run here already: a turn of the loop costs more than what most of them do.
+// Quiet commands run here already: a turn of the loop costs more than what most of them do. While
+// GLib asks it holds the source, and so the commands, also when one of them closes this.
 gboolean CommandSource::prepare(GSource *source, gint *) noexcept {
   CommandSource *self = commands_of(source);
   std::unique_lock lock{self->mutex_};
