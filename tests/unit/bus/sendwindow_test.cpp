@@ -510,6 +510,24 @@ TEST_F(HangingReceivers, GetOneEachOfTheScarceHalf) {
   EXPECT_LE(window->unanswered(), 48u + 1 + 14);
 }
 
+// Who leaves makes room for many at once, and what the first ones take of it the others have not.
+TEST_F(HangingReceivers, WhoLeavesGivesNobodyMoreThanTheShareOfEachWhoseTurnComes) {
+  open({.timeout = short_time});
+  for (guint32 receiver = 0; receiver < 6; ++receiver)
+    for (guint32 i = 0; i < 8; ++i)
+      send(("h.h" + std::to_string(receiver)).c_str(), i);
+  for (guint32 i = 0; i < 3; ++i)
+    for (guint32 receiver = 0; receiver < 7; ++receiver)
+      send(("a.b" + std::to_string(receiver)).c_str(), i);
+  ASSERT_EQ(window->unanswered(), 48u + 7);
+  ASSERT_EQ(window->waiting(), 14u);
+  ASSERT_TRUE(run_until_overdue(48 + 7));
+  window->forget("h.h0");
+  // One more than the first half.
+  EXPECT_EQ(window->unanswered(), 48u + 1);
+  EXPECT_EQ(window->waiting(), 12u);
+}
+
 class FortyReceivers : public HangingReceivers {
  protected:
   void send_to_all(guint32 number) {
