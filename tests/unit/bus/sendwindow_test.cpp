@@ -358,6 +358,83 @@ TEST_F(SendWindowTest, SendsWithoutPayloadToo) {
   EXPECT_EQ(numbers(), (Numbers{5}));
 }
 
+/* ---- The rest, when nobody may be there to send it later ---- */
+
+class Rest : public SendWindowTest {
+ protected:
+  // Of the calls, in order of arrival: a for one that asks for an answer.
+  std::string asked() const {
+    std::string all;
+    for (std::size_t i = 0; i < bus.size(); ++i)
+      all += bus.wants_answer(i) ? 'a' : '-';
+    return all;
+  }
+  void send_rest() {
+    window->send_rest();
+    bus.run();
+    EXPECT_EQ(window->waiting(), 0u);
+  }
+  static constexpr SendLimits four_in_all{.unanswered_per_receiver = 2, .unanswered = 4};
+};
+
+TEST_F(Rest, IsSentInOrderWithoutWaitingForAnswers) {
+  Numbers all;
+  for (guint32 i = 1; i <= 20; ++i) {
+    send("a.b", i);
+    all.push_back(i);
+  }
+  send_rest();
+  EXPECT_EQ(numbers(), all);
+  EXPECT_EQ(window->unanswered(), 20u);
+  while (bus.size() > 0)
+    bus.answer(0);
+  EXPECT_TRUE(window->idle());
+  EXPECT_EQ(window->answered(), 20u);
+  EXPECT_EQ(window->dropped(), 0u);
+}
+
+TEST_F(Rest, IsAskedForAnswersUpToTheLimit) {
+  open(four_in_all);
+  for (guint32 i = 1; i <= 8; ++i)
+    send("a.b", i);
+  send_rest();
+  EXPECT_EQ(numbers(), (Numbers{1, 2, 3, 4, 5, 6, 7, 8}));
+  EXPECT_EQ(asked(), "aaaa----");
+  EXPECT_EQ(window->unanswered(), 4u);
+}
+
+// By the last answer it is known that the others are in, so that one is asked for in any case. Who
+// waits for another one that is not asked for is told so.
+TEST_F(Rest, HasItsLastAnswerIfSomebodyWaitsForIt) {
+  open(four_in_all);
+  std::string ends = "--------";
+  for (guint32 i = 0; i < ends.size(); ++i)
+    send("a.b", i, 16, [&ends, i](CallEnd end, sd_bus_message *) {
+      ends[i] = end == CallEnd::answered ? 'a' : end == CallEnd::refused ? 'r' : 'd';
+    });
+  send_rest();
+  EXPECT_EQ(asked(), "aaaa---a");
+  EXPECT_EQ(ends, "----rrr-");
+  for (int call = 0; call < 4; ++call)
+    bus.answer(0);
+  bus.answer(bus.size() - 1);
+  EXPECT_EQ(ends, "aaaarrra");
+  EXPECT_TRUE(window->idle());
+}
+
+TEST_F(Rest, OfAWindowThatHeldItBackIsSentToo) {
+  open({.unanswered = 46});
+  window->set_scout([](const std::string &) {});
+  for (guint32 i = 0; i < 24; ++i)
+    send(("h.h" + std::to_string(i / 8)).c_str(), i);
+  send("a.b", 1);
+  send("a.b", 2);
+  ASSERT_TRUE(window->holds_back("a.b"));
+  send_rest();
+  EXPECT_EQ(numbers_of("a.b"), (Numbers{1, 2}));
+  EXPECT_FALSE(window->holds_back("a.b"));
+}
+
 /* ---- Receivers that hang ---- */
 
 class HangingReceivers : public SendWindowTest {
