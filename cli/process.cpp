@@ -16,7 +16,8 @@ namespace {
 std::int64_t started_at(std::int64_t ticks) {
   timespec since_boot{};
   clock_gettime(CLOCK_BOOTTIME, &since_boot);
-  const std::int64_t now = since_boot.tv_sec * G_USEC_PER_SEC + since_boot.tv_nsec / 1000;
+  const std::int64_t now =
+      std::int64_t{since_boot.tv_sec} * G_USEC_PER_SEC + since_boot.tv_nsec / 1000;
   const std::int64_t start =
       ticks * G_USEC_PER_SEC / static_cast<std::int64_t>(sysconf(_SC_CLK_TCK));
   return g_get_real_time() - (now - start);

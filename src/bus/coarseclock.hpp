@@ -11,7 +11,8 @@ namespace varro2 {
 inline gint64 now_coarsely() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-  return now.tv_sec * G_USEC_PER_SEC + now.tv_nsec / 1000;
+  // Where a time_t has 32 bits the product needs more.
+  return gint64{now.tv_sec} * G_USEC_PER_SEC + now.tv_nsec / 1000;
 }
 
 } // namespace varro2
