@@ -59,4 +59,11 @@ bool says_nobody_there(sd_bus_message *answer) {
          is_of_the_bus(answer);
 }
 
+// NoReply is about a call that may have been delivered; the library's own time-out is one, too.
+bool says_not_delivered(sd_bus_message *answer) {
+  return sd_bus_message_is_method_error(answer, nullptr) > 0 &&
+         sd_bus_message_is_method_error(answer, SD_BUS_ERROR_NO_REPLY) <= 0 &&
+         is_of_the_bus(answer);
+}
+
 } // namespace varro2

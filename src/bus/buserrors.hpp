@@ -41,4 +41,8 @@ bool is_of_the_bus(sd_bus_message *answer);
 // Whether the bus says that nobody owns the name that was called.
 bool says_nobody_there(sd_bus_message *answer);
 
+// Whether the bus says that it could not deliver the call, for whatever reason: also that it failed
+// to start a service for it.
+bool says_not_delivered(sd_bus_message *answer);
+
 } // namespace varro2

@@ -41,7 +41,7 @@ gint64 now_in_milliseconds() {
 } // namespace
 
 bool found_no_switch(CallEnd end, sd_bus_message *answer) {
-  return end == CallEnd::dropped || (end == CallEnd::answered && says_nobody_there(answer));
+  return end == CallEnd::dropped || (end == CallEnd::answered && says_not_delivered(answer));
 }
 
 // Keeps a retired connection. Owned by a timer of the default main context, so that a process that

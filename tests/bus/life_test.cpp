@@ -74,6 +74,38 @@ TEST_F(Life, AProducerThatIsThereFirstIsServedWhenTheSwitchComes) {
   EXPECT_EQ(switch_.calls().size(), 2U);
 }
 
+// A bus that would start the switch has other words for it when it cannot.
+TEST_F(Life, WhoIsThereBeforeASwitchThatCannotBeStartedIsServedWhenItComes) {
+  bus_.start_for(FakeSwitch::name, "/bin/false");
+  ProducerHandle producer{"hello"};
+  ConsumerHandle consumer{"listener"};
+  Inbox inbox;
+  event_producer_declare(producer.get(), greeting().get());
+  event_consumer_subscribe(consumer.get(), wants("a", "b").get(), Inbox::on_event, &inbox);
+  // What is asked after them fails after them.
+  bool failed = false;
+  const auto note = [](const char *, gpointer user_data, GError *error) {
+    *static_cast<bool *>(user_data) =
+        g_error_matches(error, event_error_quark(), EVENT_ERROR_DBUS_FAILED) != FALSE;
+    g_clear_error(&error);
+  };
+  event_producer_remove_declaration(producer.get(), "type", note, &failed);
+  ASSERT_TRUE(iterate_until([&] { return failed; }));
+  Failure failure;
+  EXPECT_EQ(
+      event_consumer_get_property_state(consumer.get(), wants("a", "b").get(), failure.slot()),
+      nullptr);
+  EXPECT_TRUE(g_error_matches(failure.get(), event_error_quark(), EVENT_ERROR_DBUS_FAILED));
+
+  switch_.come();
+  ASSERT_TRUE(switch_.wait_for("Declare"));
+  ASSERT_TRUE(switch_.wait_for("Subscribe"));
+  for (const Call &call : switch_.calls())
+    switch_.fence(call.sender);
+  EXPECT_EQ(switch_.count("Declare"), 1U);
+  EXPECT_EQ(switch_.count("Subscribe"), 1U);
+}
+
 // The next switch may have given the same id to another declaration of this producer.
 TEST_F(Life, AnUndeclarationForASwitchThatHasGoneIsNotMadeToTheNext) {
   switch_.come();

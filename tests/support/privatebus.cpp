@@ -20,13 +20,15 @@ std::string make_folder() {
   return pattern;
 }
 
-void write_configuration(const std::string &file, const std::string &address) {
-  std::ofstream{file}
+void write_configuration(const std::string &folder, const std::string &address) {
+  std::ofstream{folder + "/bus.conf"}
       << R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
   <listen>)"
       << address << R"(</listen>
+  <servicedir>)"
+      << folder << R"(/services</servicedir>
   <auth>EXTERNAL</auth>
   <policy context="default">
     <allow user="*"/>
@@ -47,7 +49,8 @@ PrivateBus::PrivateBus()
       remover_{std::make_unique<ChildProcess>(
           std::vector<std::string>{"setsid", "--fork", "sh", "-c",
                                    R"(exec >/dev/null 2>&1; cat; rm -rf "$1")", "sh", folder_})} {
-  write_configuration(folder_ + "/bus.conf", address_);
+  std::filesystem::create_directory(folder_ + "/services");
+  write_configuration(folder_, address_);
   start();
   setenv("DBUS_SYSTEM_BUS_ADDRESS", address_.c_str(), 1);
 }
@@ -70,6 +73,11 @@ void PrivateBus::start() {
                                "--config-file=" + folder_ + "/bus.conf"});
   if (!daemon_->read_line())
     throw std::runtime_error{"dbus-daemon did not start: " + daemon_->errors()};
+}
+
+void PrivateBus::start_for(const std::string &name, const std::string &program) const {
+  std::ofstream{folder_ + "/services/" + name + ".service"} << "[D-BUS Service]\nName=" << name
+                                                            << "\nExec=" << program << '\n';
 }
 
 } // namespace varro2::test

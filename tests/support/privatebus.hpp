@@ -27,6 +27,10 @@ class PrivateBus {
   void stop();
   void start();
 
+  // From now on the bus starts the program, the path of one without arguments, for calls to a name
+  // that nobody has.
+  void start_for(const std::string &name, const std::string &program) const;
+
  private:
   std::string folder_;
   std::string address_;

@@ -1,5 +1,6 @@
 // The names of the codes on the bus, and the way back from an error on the bus to a code.
 #include "buserrors.hpp"
+#include "directbus.hpp"
 
 #include <varro2/error.h>
 
@@ -76,6 +77,36 @@ TEST(BusFailure, WithoutConnectionIsABusFailure) {
   EXPECT_EQ(failure->domain, g_quark_from_string("event-error-quark"));
   EXPECT_EQ(failure->code, EVENT_ERROR_DBUS_FAILED);
   EXPECT_STREQ(failure->message, std::strerror(ENOTCONN));
+}
+
+// Answers a call with an error, or without, and asks what the answer says.
+bool is_not_delivered(const char *error) {
+  DirectBus bus;
+  bool result = false;
+  const auto look = [](sd_bus_message *answer, void *said, sd_bus_error *) {
+    *static_cast<bool *>(said) = says_not_delivered(answer);
+    return 1;
+  };
+  EXPECT_GE(sd_bus_call_method_async(bus.near(), nullptr, "com.example.A", "/", "com.example.A",
+                                     "Ask", look, &result, nullptr),
+            0);
+  bus.run();
+  if (error != nullptr)
+    bus.answer_error(0, error);
+  else
+    bus.answer(0);
+  return result;
+}
+
+TEST(BusAnswer, SaysThatTheCallWasNotDelivered) {
+  EXPECT_TRUE(is_not_delivered(SD_BUS_ERROR_SERVICE_UNKNOWN));
+  EXPECT_TRUE(is_not_delivered(SD_BUS_ERROR_NAME_HAS_NO_OWNER));
+  EXPECT_TRUE(is_not_delivered(SD_BUS_ERROR_ACCESS_DENIED));
+  EXPECT_TRUE(is_not_delivered("org.freedesktop.DBus.Error.TimedOut")); // of a start
+  EXPECT_TRUE(is_not_delivered("org.freedesktop.DBus.Error.Spawn.ChildExited"));
+  EXPECT_TRUE(is_not_delivered("org.freedesktop.systemd1.NoSuchUnit"));
+  EXPECT_FALSE(is_not_delivered(SD_BUS_ERROR_NO_REPLY));
+  EXPECT_FALSE(is_not_delivered(nullptr));
 }
 
 } // namespace
