@@ -60,7 +60,9 @@ void SendWindow::note_few() {
 }
 
 SendWindow::Turn SendWindow::turn_without_scout(const Queue &queue) const {
-  if (free() == 0)
+  // Where one takes the place of another, those before may have left all their calls unanswered.
+  const bool is_served_always = limits_.outlives_receiver && queue.unanswered == 0;
+  if (free() == 0 && !is_served_always)
     return Turn::later;
   return has_few_ && queue.answered_at <= few_since_ ? Turn::held_back : Turn::now;
 }

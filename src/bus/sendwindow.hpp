@@ -49,6 +49,7 @@ struct SendLimits {
   // bound.
   std::size_t all_queued_bytes = 0;
   // What waits goes to whoever gets the name next, and without one the bus answers for each call.
+  // Whoever has it gets one call at a time even if none is free.
   bool outlives_receiver = false;
   gint64 hang_after = 10 * G_USEC_PER_SEC; // with nothing moving. Microseconds
   gint64 suspect_after = G_USEC_PER_SEC;   // with no answer, by the scout. Microseconds

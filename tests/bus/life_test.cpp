@@ -203,6 +203,28 @@ TEST_F(Life, WhatAFormerSwitchLeftUnansweredDoesNotHoldUpTheNext) {
   EXPECT_EQ(switch_.count("Declare"), count);
 }
 
+// As many as leave no call for the last one.
+TEST_F(Life, WhatSeveralFormerSwitchesLeftUnansweredDoesNotHoldUpTheNext) {
+  constexpr std::size_t count = 40;
+  switch_.stay_silent("Declare");
+  switch_.come();
+  ProducerHandle producer{"hello"};
+  for (std::size_t i = 0; i < count; ++i)
+    event_producer_declare(producer.get(), greeting().get());
+  for (int former = 0; former < 3; ++former) {
+    ASSERT_TRUE(switch_.wait_for("Declare"));
+    switch_.fence(switch_.calls("Declare").front().sender);
+    switch_.leave();
+    switch_.forget_calls();
+    if (former == 2)
+      switch_.answer_again("Declare");
+    switch_.come();
+  }
+  ASSERT_TRUE(switch_.wait_for("Declare", count));
+  switch_.fence(switch_.calls("Declare").front().sender);
+  EXPECT_EQ(switch_.count("Declare"), count);
+}
+
 TEST_F(Life, WhatAFormerSwitchLeftUnansweredDoesNotHoldUpSubscriptionsToTheNext) {
   constexpr std::size_t count = 40;
   switch_.stay_silent("Subscribe");
