@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <thread>
+#include <vector>
 
 using namespace varro2::test;
 
@@ -285,27 +286,67 @@ TEST_F(Consumers, PropertyStateFromAnotherThreadWaitsForTheLoop) {
   EXPECT_EQ(take(error).code, 2);
 }
 
-// The thread comes through one lock alone: another one on its way could hide that this is missing.
+// A thread that asks all the time for a token that is not there. It comes through one lock alone:
+// another one on its way could hide that this is missing.
+class LookingUp {
+ public:
+  explicit LookingUp(Consumer *consumer)
+      : thread_{[this, consumer] {
+          for (; !enough_.load(relaxed); times_.fetch_add(1, relaxed))
+            was_ever_there_ |= consumer_token_exists(consumer, unknown) != FALSE;
+        }} {}
+  ~LookingUp() {
+    enough_ = true;
+    thread_.join();
+    EXPECT_FALSE(was_ever_there_);
+  }
+  LookingUp(const LookingUp &) = delete;
+  LookingUp &operator=(const LookingUp &) = delete;
+
+  int times() const { return times_.load(relaxed); }
+  // Until it has asked once more from beginning to end.
+  void wait() const {
+    for (const int before = times(); times() < before + 2;)
+      std::this_thread::yield();
+  }
+
+ private:
+  static constexpr auto relaxed = std::memory_order_relaxed; // orders nothing
+  static constexpr guint32 unknown = G_MAXUINT32;            // behind all that come and go
+
+  std::atomic<bool> enough_{false};
+  std::atomic<int> times_{0};
+  bool was_ever_there_ = false;
+  std::thread thread_;
+};
+
 TEST_F(Consumers, LooksUpWhileSubscriptionsComeAndGo) {
   const auto asked = any_text();
   event_consumer_subscribe(consumer, asked.get(), drop_event, NULL);
-  constexpr auto relaxed = std::memory_order_relaxed; // orders nothing
-  constexpr guint32 unknown = G_MAXUINT32;            // behind all that come and go
-  std::atomic<bool> enough{false};
-  std::atomic<int> looked{0};
-  bool was_ever_there = false;
-  std::thread looking{[&] {
-    for (; !enough.load(relaxed); looked.fetch_add(1, relaxed))
-      was_ever_there |= consumer_token_exists(consumer->consumer.get(), unknown) != FALSE;
-  }};
-  for (int i = 0; i < 500 || looked.load(relaxed) < 500; ++i) {
+  const LookingUp looking{consumer->consumer.get()};
+  for (int i = 0; i < 500 || looking.times() < 500; ++i) {
     const guint32 token = event_consumer_subscribe(consumer, asked.get(), drop_event, NULL);
     if (i % 2 != 0) {
       EXPECT_TRUE(event_consumer_unsubscribe(consumer, token, NULL));
     }
     iterate_pending();
   }
-  enough = true;
-  looking.join();
-  EXPECT_FALSE(was_ever_there);
+}
+
+// Looked up before this thread takes the lock for something else.
+TEST_F(Consumers, LooksUpAfterASubscriptionWasTaken) {
+  const auto asked = any_text();
+  std::vector<guint32> tokens;
+  for (int i = 0; i < 8; ++i)
+    tokens.push_back(event_consumer_subscribe(consumer, asked.get(), drop_event, NULL));
+  iterate_pending();
+  Consumer *inner = consumer->consumer.get();
+  const LookingUp looking{inner};
+  for (const guint32 token : tokens) {
+    looking.wait();
+    ConsumerSubscription *taken = consumer_send_unsubscribe_prepare(inner, token);
+    looking.wait();
+    ASSERT_NE(taken, nullptr);
+    consumer_send_unsubscribe(inner, taken);
+  }
 }
