@@ -12,6 +12,8 @@ class Life : public Live {
   bool complete(const ProducerHandle &producer, guint32 local_id) {
     return event_producer_declaration_complete(producer.get(), local_id);
   }
+  // Expects the last switch to be told everything that those before it left unanswered.
+  void declare_past_silent_switches(int former_switches);
 };
 
 TEST_F(Life, CallsBeforeTheLoopRunsAreSentWhenItDoes) {
@@ -183,46 +185,35 @@ TEST_F(Life, ARestartDeclaresAndSubscribesEverythingOnce) {
   EXPECT_TRUE(peer.wait_for("Event"));
 }
 
-// It gave its name up, but is still there and may answer after all.
-TEST_F(Life, WhatAFormerSwitchLeftUnansweredDoesNotHoldUpTheNext) {
+// Each of them gives its name up, but is still there and may answer after all.
+void Life::declare_past_silent_switches(int former_switches) {
   constexpr std::size_t count = 40;
   switch_.stay_silent("Declare");
   switch_.come();
   ProducerHandle producer{"hello"};
   for (std::size_t i = 0; i < count; ++i)
     event_producer_declare(producer.get(), greeting().get());
-  ASSERT_TRUE(switch_.wait_for("Declare"));
-  switch_.fence(switch_.calls("Declare").front().sender);
-
-  switch_.leave();
-  switch_.answer_again("Declare");
-  switch_.forget_calls();
-  switch_.come();
-  ASSERT_TRUE(switch_.wait_for("Declare", count));
-  switch_.fence(switch_.calls("Declare").front().sender);
-  EXPECT_EQ(switch_.count("Declare"), count);
-}
-
-// As many as leave no call for the last one.
-TEST_F(Life, WhatSeveralFormerSwitchesLeftUnansweredDoesNotHoldUpTheNext) {
-  constexpr std::size_t count = 40;
-  switch_.stay_silent("Declare");
-  switch_.come();
-  ProducerHandle producer{"hello"};
-  for (std::size_t i = 0; i < count; ++i)
-    event_producer_declare(producer.get(), greeting().get());
-  for (int former = 0; former < 3; ++former) {
+  for (int left = former_switches; left > 0; --left) {
     ASSERT_TRUE(switch_.wait_for("Declare"));
     switch_.fence(switch_.calls("Declare").front().sender);
     switch_.leave();
     switch_.forget_calls();
-    if (former == 2)
+    if (left == 1)
       switch_.answer_again("Declare");
     switch_.come();
   }
   ASSERT_TRUE(switch_.wait_for("Declare", count));
   switch_.fence(switch_.calls("Declare").front().sender);
   EXPECT_EQ(switch_.count("Declare"), count);
+}
+
+TEST_F(Life, WhatAFormerSwitchLeftUnansweredDoesNotHoldUpTheNext) {
+  declare_past_silent_switches(1);
+}
+
+// As many as leave no call for the last one.
+TEST_F(Life, WhatSeveralFormerSwitchesLeftUnansweredDoesNotHoldUpTheNext) {
+  declare_past_silent_switches(3);
 }
 
 TEST_F(Life, WhatAFormerSwitchLeftUnansweredDoesNotHoldUpSubscriptionsToTheNext) {
